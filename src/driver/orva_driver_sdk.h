@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "orva_driver.h"
+
+namespace tevoro::lidar {
+
+/// What the facade drives: the live manager or the replay manager. Holds the application's callbacks,
+/// which are handed over before Init and not changed afterwards.
+template <typename PC>
+class DriverManager {
+ public:
+  DriverManager() = default;
+  DriverManager(const DriverManager&) = delete;
+  DriverManager& operator=(const DriverManager&) = delete;
+  virtual ~DriverManager() = default;
+
+  virtual bool Init(const DriverParam& param) = 0;
+  virtual bool Start() = 0;
+  virtual void Stop() = 0;
+  /// Replay only; the live manager keeps these answers.
+  virtual bool GetLocalFileStatus(int& /*status*/) { return false; }
+  virtual bool PlayLocalFileFrame(const int& /*frame*/) { return false; }
+
+  virtual void RegisterPointCloudCallBack(const std::function<void(std::shared_ptr<PC>)>& put,
+                                          const std::function<std::shared_ptr<PC>()>& get) {
+    put_point_cloud_ = put;
+    get_point_cloud_ = get;
+  }
+  virtual void RegisterImuCallBack(const std::function<void(std::shared_ptr<ImuMsg>)>& put,
+                                   const std::function<std::shared_ptr<ImuMsg>()>& get) {
+    put_imu_msg_ = put;
+    get_imu_msg_ = get;
+  }
+  virtual void RegisterExceptionCallBack(const std::function<void(const Error&)>& callback) {
+    exception_ = callback;
+  }
+
+ protected:
+  std::function<void(const Error&)> exception_;
+  std::function<void(std::shared_ptr<PC>)> put_point_cloud_;
+  std::function<std::shared_ptr<PC>()> get_point_cloud_;
+  std::function<void(std::shared_ptr<ImuMsg>)> put_imu_msg_;
+  std::function<std::shared_ptr<ImuMsg>()> get_imu_msg_;
+};
+
+}  // namespace tevoro::lidar

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace tevoro::lidar {
+
+/// Room for the longest packet of any model, with a margin: a longer datagram is cut, then refused by length.
+inline constexpr uint64_t PACKET_BUFFER_SIZE = 1546;
+
+/// One datagram. Held by shared pointer, so that it can wait in a queue while no thread touches it.
+struct Buffer {
+  explicit Buffer(uint64_t bytes = PACKET_BUFFER_SIZE)
+      : data(std::make_unique<uint8_t[]>(bytes)), capacity(bytes) {}
+
+  std::unique_ptr<uint8_t[]> data;
+  uint64_t capacity;    ///< bytes of `data`
+  uint64_t offset = 0;  ///< where the packet starts
+  uint64_t length = 0;  ///< bytes of the packet, from `offset`
+};
+
+}  // namespace tevoro::lidar
