@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "failure.h"
+#include "orva_driver.h"
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+
+constexpr const char* kFooter =
+    "Results go to files, the tool's own words to standard error; what the driver library says about the\n"
+    "capture and its calibration goes to standard output.\n"
+    "Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
+
+int Complain(const std::string& text, int exit_code) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "orva: %s\n", text.c_str());
+  return exit_code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("ORVA: record, replay and look at the point clouds of a LiDAR sensor.", "orva");
+  app.set_version_flag("--version", "orva " ORVA_DRIVER_VERSION_STRING);
+  app.footer(kFooter);
+  app.require_subcommand(1);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& request) {  // --help, --version
+    return app.exit(request);
+  } catch (const CLI::ParseError& error) {
+    return Complain(std::string(error.what()) + "\nTry 'orva --help' or 'orva COMMAND --help'.", kWrongUsage);
+  } catch (const orva::WrongUsage& error) {
+    return Complain(error.what(), kWrongUsage);
+  } catch (const std::exception& error) {
+    return Complain(error.what(), kFailed);
+  }
+  return 0;
+}
