@@ -146,7 +146,7 @@ struct Error {
 };
 
 /// The plain point, 16 bytes.
-struct Point {
+struct ORVA_API Point {
   float x = 0.0F;          ///< metres
   float y = 0.0F;          ///< metres
   float z = 0.0F;          ///< metres
@@ -155,7 +155,7 @@ struct Point {
 };
 
 /// Point with a time, 24 bytes.
-struct PointTime {
+struct ORVA_API PointTime {
   float x = 0.0F;          ///< metres
   float y = 0.0F;          ///< metres
   float z = 0.0F;          ///< metres
@@ -166,7 +166,7 @@ struct PointTime {
 };
 
 /// Point with a time and its source data, 40 bytes.
-struct PointSource {
+struct ORVA_API PointSource {
   float x = 0.0F;                ///< metres
   float y = 0.0F;                ///< metres
   float z = 0.0F;                ///< metres
