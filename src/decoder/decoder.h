@@ -27,6 +27,19 @@ struct DecoderConstParam {
   float TEMPERATURE_RES;  ///< degrees Celsius
 };
 
+/// The record of a model: what differs is an argument, the rest is common to the family.
+constexpr DecoderConstParam ModelConstants(uint16_t length, uint16_t lines, uint16_t blocks) {
+  return {.MSOP_LEN = length,
+          .MSOP_ID_LEN = 8,
+          .MSOP_ID = {0xEE, 0xFF, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+          .LASER_NUM = lines,
+          .BLOCKS_PER_PKT = blocks,
+          .DISTANCE_MIN = 0.4F,
+          .DISTANCE_MAX = 230.0F,
+          .DISTANCE_RES = 0.005F,
+          .TEMPERATURE_RES = 0.0625F};
+}
+
 /// Base of the model decoders: acceptance of packets, limits, mounting, packet time. Used by one thread at a
 /// time. Calling order: construct, register, UpdateCheckParam when calibration is there, set the current
 /// cloud, then a packet after the other.

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "decoder/decoder_nv2.h"
+
+#include <algorithm>
+
+#include "common/cloud_types.h"
+
+namespace tevoro::lidar {
+namespace {
+
+constexpr double kImuRateScale = 2.0345e-05;  // half turns per second and count
+
+}  // namespace
+
+template <typename PC>
+NV2Impl<PC>::NV2Impl(Decoder<PC>* owner) : owner_(owner) {
+  const TrigTable& trig = TrigTable::Get();
+  for (size_t k = 0; k < kBlocks; ++k) {
+    const int32_t azimuth = TruncateToAngle(6000 - static_cast<int>(k) * 62.5);
+    cos_azimuth_[k] = trig.Cos(azimuth);
+    sin_azimuth_[k] = trig.Sin(azimuth);
+    azimuth_in_limits_[k] = AzimuthInLimits(owner->Param(), azimuth);
+  }
+  for (size_t line = 0; line < elevations_.size(); ++line) {
+    const int32_t elevation = TruncateToAngle(static_cast<int>(line) * 53.5714286 - 1500.0);
+    elevations_[line] = {trig.Cos(-elevation), trig.Sin(-elevation),
+                         ElevationInLimits(owner->Param(), elevation)};
+  }
+}
+
+template <typename PC>
+bool NV2Impl<PC>::LineFell(uint8_t line) {
+  const bool fell = started_ && line < previous_line_;
+  started_ = true;
+  previous_line_ = line;
+  return fell;
+}
+
+template <typename PC>
+bool NV2Impl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t start) {
+  const double now = owner_->GetTimeUTCWithUs(UTCBlock::Read(data + kUtc));
+  bool ended = false;
+  if (start < kBlocks) {
+    ended = LineFell(static_cast<uint8_t>(Line::Read(data)));
+    if (owner_->point_cloud_) AppendLine(data, start, now);
+  }
+  if (ended && owner_->split_cb_) owner_->split_cb_(kConst.LASER_NUM, now);
+  PublishImu(data, now);
+  return ended;
+}
+
+template <typename PC>
+void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
+  const auto line = static_cast<uint8_t>(Line::Read(data));
+  const Elevation& elevation = elevations_[line];
+  const uint8_t* const measurements = data + kFirstMeasurement;
+  Projection<kBlocks> projection;
+  for (size_t k = 0; k < kBlocks; ++k) {
+    const auto code = static_cast<int32_t>(DistanceCode::Read(measurements + kMeasurementStride * k));
+    projection.distance[k] = std::max(0.0F, static_cast<float>(code * 0.009375 - 2.0));
+    projection.cos_azimuth[k] = cos_azimuth_[k];
+    projection.sin_azimuth[k] = sin_azimuth_[k];
+    projection.cos_elevation[k] = elevation.cosine;
+    projection.sin_elevation[k] = elevation.sine;
+    projection.keep[k] = azimuth_in_limits_[k] & uint32_t{elevation.in_limits};
+  }
+  projection.Run(owner_->GetMounting(), owner_->Param());
+
+  typename PC::PointType points[kBlocks];
+  for (size_t k = start; k < kBlocks; ++k) {
+    auto& point = points[k];
+    point.x = projection.x[k];
+    point.y = projection.y[k];
+    point.z = projection.z[k];
+    point.intensity = static_cast<uint16_t>(Intensity::Read(measurements + kMeasurementStride * k) & 0xFFF);
+    point.label = line;
+    if constexpr (requires { point.timestamp; }) point.timestamp = now;
+  }
+  AppendPoints(*owner_->point_cloud_, points + start, points + kBlocks);
+}
+
+template <typename PC>
+void NV2Impl<PC>::PublishImu(const uint8_t* data, double now) {
+  const IMUBlock imu = IMUBlock::Read(data + kImu);
+  if (owner_->IsImuSame(imu, last_imu_)) return;
+  last_imu_ = imu;
+  if (!owner_->imu_cb_ || !owner_->imu_msg_) return;
+  FillImuMsg(imu, kImuRateScale, now, *owner_->imu_msg_);
+  owner_->imu_cb_();
+}
+
+template <typename PC>
+bool NV2Impl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq) {
+  if (data == nullptr || !LineFell(static_cast<uint8_t>(Line::Read(data)))) return false;
+  seq = 1;
+  return true;
+}
+
+#define ORVA_INSTANTIATE(PC) template class DecoderNV2<PC>;
+ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
+
+}  // namespace tevoro::lidar

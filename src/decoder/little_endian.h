@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tevoro::lidar {
+
+/// An unsigned little-endian field of a packet: `Size` bytes at `Offset` from the start of its block or
+/// packet. Read byte by byte, so it needs no alignment; the compiler makes a plain load of it.
+template <size_t Offset, size_t Size>
+struct Field {
+  static_assert(Size >= 1 && Size <= 4);
+  static constexpr size_t kOffset = Offset;
+  static constexpr size_t kEnd = Offset + Size;
+
+  static uint32_t Read(const uint8_t* base) {
+    uint32_t value = 0;
+    for (size_t i = 0; i < Size; ++i) value |= static_cast<uint32_t>(base[Offset + i]) << (8 * i);
+    return value;
+  }
+};
+
+/// The same for a signed 16-bit field.
+template <size_t Offset>
+struct SignedField {
+  static int16_t Read(const uint8_t* base) {
+    return static_cast<int16_t>(static_cast<uint16_t>(Field<Offset, 2>::Read(base)));
+  }
+};
+
+}  // namespace tevoro::lidar
