@@ -20,7 +20,9 @@ bool KR7Impl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq)
   return true;
 }
 
-#define ORVA_INSTANTIATE(PC) template class DecoderKR7<PC>;
+#define ORVA_INSTANTIATE(PC)  \
+  template class KR7Impl<PC>; \
+  template class DecoderKR7<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

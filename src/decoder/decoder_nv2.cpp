@@ -96,7 +96,9 @@ bool NV2Impl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq)
   return true;
 }
 
-#define ORVA_INSTANTIATE(PC) template class DecoderNV2<PC>;
+#define ORVA_INSTANTIATE(PC)  \
+  template class NV2Impl<PC>; \
+  template class DecoderNV2<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

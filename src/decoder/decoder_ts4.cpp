@@ -5,7 +5,9 @@
 
 namespace tevoro::lidar {
 
-#define ORVA_INSTANTIATE(PC) template class DecoderTS4<PC>;
+#define ORVA_INSTANTIATE(PC)  \
+  template class TS4Impl<PC>; \
+  template class DecoderTS4<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

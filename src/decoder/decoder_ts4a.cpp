@@ -33,7 +33,9 @@ bool TS4AImpl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq
   return FindFrameEnd(data, kFirstBlock, kBlockStride, kConst.BLOCKS_PER_PKT, seq);
 }
 
-#define ORVA_INSTANTIATE(PC) template class DecoderTS4A<PC>;
+#define ORVA_INSTANTIATE(PC)   \
+  template class TS4AImpl<PC>; \
+  template class DecoderTS4A<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar
