@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "input/udp_socket.h"
+#include "orva_driver.h"
+
+namespace tevoro::lidar {
+
+/// Datagram channel to the sensor's command port. What the configuration leaves open of the sensor's address
+/// and port is learnt from the first datagram. Used by one thread at a time.
+class UDPSelect final {
+ public:
+  explicit UDPSelect(const CalibrationParam& param)
+      : local_port_(param.local_port),
+        local_ip_(param.local_ip),
+        lidar_port_(param.lidar_port),
+        lidar_ip_(param.lidar_ip),
+        calib_folder_(param.calib_folder) {}
+  UDPSelect(const UDPSelect&) = delete;
+  UDPSelect& operator=(const UDPSelect&) = delete;
+  ~UDPSelect() { Close(); }
+
+  /// Waits at most 100 ms for a datagram and takes at most `length` bytes of it. Returns its bytes;
+  /// 0: nothing came; -1: receive error or an empty datagram.
+  virtual int RecvData(char* data, const int& length);
+  /// Waits at most 100 ms for room, then sends one datagram. True when all of it went out.
+  virtual bool SendData(const char* data, const int& length);
+
+  /// False, after a line on standard error, when the local socket cannot be opened or bound.
+  bool Init() { return socket_.Open(local_ip_, static_cast<uint16_t>(local_port_)); }
+  void Close() { socket_.Close(); }
+  bool SetNonblock() { return socket_.SetNonblock(); }
+  void SetReadBuffer() { socket_.SetReadBuffer(); }
+  void SetWriteBuffer() { socket_.SetWriteBuffer(); }
+  bool WaitReadEvent(const int& milliseconds) { return socket_.WaitReadEvent(milliseconds); }
+  bool WaitWriteEvent(const int& milliseconds) { return socket_.WaitWriteEvent(milliseconds); }
+  int32_t Descriptor() const { return socket_.Descriptor(); }
+
+ private:
+  int32_t local_port_;
+  std::string local_ip_;
+  int32_t lidar_port_;    ///< 0: not yet known
+  std::string lidar_ip_;  ///< empty: not yet known
+  std::string calib_folder_;
+  UdpSocket socket_;
+};
+
+}  // namespace tevoro::lidar

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "input/udp_socket.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+
+namespace tevoro::lidar {
+namespace {
+
+void Enlarge(int socket, int option) {
+  int bytes = 0;
+  socklen_t length = sizeof(bytes);
+  getsockopt(socket, SOL_SOCKET, option, &bytes, &length);
+  bytes = std::min(bytes, std::numeric_limits<int>::max() / 4) * 4;
+  setsockopt(socket, SOL_SOCKET, option, &bytes, sizeof(bytes));
+}
+
+enum class Event { kRead, kWrite };
+
+/// For descriptors that do not fit into select's sets.
+bool Poll(int socket, Event event, int milliseconds) {
+  pollfd entry{socket, static_cast<short>(event == Event::kRead ? POLLIN : POLLOUT), 0};
+  return milliseconds >= 0 && poll(&entry, 1, milliseconds) > 0 && (entry.revents & POLLNVAL) == 0;
+}
+
+bool Wait(int socket, Event event, int milliseconds) {
+  if (socket < 0 || socket >= FD_SETSIZE) return Poll(socket, event, milliseconds);
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(socket, &set);
+  timeval timeout{milliseconds / 1000, (milliseconds % 1000) * 1000};
+  const int ready = event == Event::kRead ? select(socket + 1, &set, nullptr, nullptr, &timeout)
+                                          : select(socket + 1, nullptr, &set, nullptr, &timeout);
+  return ready >= 1 && FD_ISSET(socket, &set);
+}
+
+}  // namespace
+
+sockaddr_in MakeAddress(const std::string& address, uint16_t port) {
+  sockaddr_in result{};
+  result.sin_family = AF_INET;
+  result.sin_port = htons(port);
+  if (!address.empty()) inet_pton(AF_INET, address.c_str(), &result.sin_addr);
+  return result;
+}
+
+bool UdpSocket::Open(const std::string& address, uint16_t port) {
+  socket_ = socket(AF_INET, SOCK_DGRAM, 0);
+  if (socket_ < 0) {
+    std::perror("socket creation failed");
+    return false;
+  }
+  const int reuse = 1;
+  if (setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse)) < 0) {
+    std::perror("setsockopt failed");
+    Close();
+    return false;
+  }
+  const sockaddr_in local = MakeAddress(address, port);
+  if (bind(socket_, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) < 0) {
+    std::perror("bind failed");
+    Close();
+    return false;
+  }
+  if (!SetNonblock()) return false;
+  SetReadBuffer();
+  SetWriteBuffer();
+  return true;
+}
+
+void UdpSocket::Close() {
+  if (socket_ >= 0) close(socket_);
+  socket_ = -1;
+}
+
+bool UdpSocket::SetNonblock() {
+  const int flags = fcntl(socket_, F_GETFL, 0);
+  return fcntl(socket_, F_SETFL, flags | O_NONBLOCK) >= 0;
+}
+
+void UdpSocket::SetReadBuffer() {
+  Enlarge(socket_, SO_RCVBUF);
+}
+
+void UdpSocket::SetWriteBuffer() {
+  Enlarge(socket_, SO_SNDBUF);
+}
+
+bool UdpSocket::WaitReadEvent(int milliseconds) const {
+  return Wait(socket_, Event::kRead, milliseconds);
+}
+
+bool UdpSocket::WaitWriteEvent(int milliseconds) const {
+  return Wait(socket_, Event::kWrite, milliseconds);
+}
+
+}  // namespace tevoro::lidar

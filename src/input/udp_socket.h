@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <string>
+
+namespace tevoro::lidar {
+
+/// The non-blocking IPv4 datagram socket that the data input and the command channel share. Does not close
+/// itself: when that happens is a matter of its owner.
+class UdpSocket {
+ public:
+  /// Opens, binds and tunes the socket. An empty `address`, or one that is not in dotted form, binds to all
+  /// interfaces; port 0 lets the kernel choose. False after a line on standard error; the socket is then
+  /// closed, unless only the switch to non-blocking mode failed.
+  bool Open(const std::string& address, uint16_t port);
+  /// Harmless when repeated.
+  void Close();
+
+  bool SetNonblock();
+  /// Ask for four times the kernel's buffer, to ride out bursts; the kernel may grant less.
+  void SetReadBuffer();
+  void SetWriteBuffer();
+
+  /// Wait until the socket is readable or writable, at most `milliseconds`. False on timeout or error.
+  bool WaitReadEvent(int milliseconds) const;
+  bool WaitWriteEvent(int milliseconds) const;
+
+  int32_t Descriptor() const { return socket_; }
+
+ private:
+  int32_t socket_ = -1;
+};
+
+/// Socket address of a dotted `address`; any address when that is empty or no address.
+sockaddr_in MakeAddress(const std::string& address, uint16_t port);
+
+}  // namespace tevoro::lidar
