@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Every decoder against its transcription, bit for bit.
+#include <limits>
+
+#include "support/calibrations.h"
+#include "support/decoder_rig.h"
+
+namespace orva::test {
+namespace {
+
+struct ParamCase {
+  const char* name;
+  DecoderParam param;
+};
+
+std::vector<ParamCase> ParamCases() {
+  const float inf = std::numeric_limits<float>::infinity();
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  DecoderParam everything{-inf, inf, -inf, inf, -inf, inf, false, 0, 0, 0, 0, 0, 0};
+  DecoderParam unlimited_mounted{-inf, inf,    -inf, inf,  -inf,  inf,   true,
+                                 1.5F, -2.25F, 0.3F, 3.0F, -7.5F, 123.4F};
+  DecoderParam tight{3.0F, 80.0F, -45.0F, 30.0F, -10.0F, 12.34F, false, 9, 9, 9, 9, 9, 9};
+  DecoderParam tight_mounted = tight;
+  tight_mounted.use_transform = true;
+  DecoderParam nan_limit = OpenLimits();
+  nan_limit.max_azimuth = nan;
+  DecoderParam nan_mounting = OpenLimits();
+  nan_mounting.use_transform = true;
+  nan_mounting.roll = nan;
+  return {
+      {"open", OpenLimits()},   {"unlimited", everything},         {"unlimited, mounted", unlimited_mounted},
+      {"tight", tight},         {"tight, mounted", tight_mounted}, {"default", DecoderParam()},
+      {"NaN limit", nan_limit}, {"NaN mounting", nan_mounting}};
+}
+
+template <typename PC>
+class DecoderOracle : public testing::Test {};
+using CloudTypes = testing::Types<PointCloud<Point>, PointCloud<PointTime>, PointCloud<PointSource>>;
+TYPED_TEST_SUITE(DecoderOracle, CloudTypes);
+
+/// A stretch of a stream: starts, markers, probes, an end of input and calibrations in the midst of it.
+template <typename PC>
+void RunStream(DecoderRig<PC>& rig, Random& random, LidarType model, bool noise,
+               const std::vector<const CheckParam*>& calibrations) {
+  const WireLayout& layout = LayoutOf(model);
+  for (int i = 0; i < 14; ++i) {
+    if (i % 7 == 1 && !calibrations.empty()) {
+      rig.Calibrate(*calibrations[static_cast<size_t>(i / 7) % calibrations.size()]);
+    }
+    if (i == 6) rig.Finish();
+    rig.OfferImu(i % 5 != 2);
+    Packet packet = noise ? NoisePacket(random, model) : PlausiblePacket(random, model);
+    if (layout.column != 0 && i % 3 == 2) packet.FrameEnd(Pick(random, 0, layout.blocks - 1U));
+    uint16_t seq = 77;
+    if (i % 4 == 3) rig.Probe(packet, seq);
+    const unsigned start = i % 2 == 0 ? 0 : Pick(random, 0, layout.blocks + 2U);
+    rig.Feed(packet, static_cast<uint16_t>(start));
+  }
+}
+
+TYPED_TEST(DecoderOracle, AgreesOnEveryStream) {
+  Random random(20240611);
+  const auto plausible = PlausibleCalibration(random);
+  const auto hostile = HostileCalibration(random);
+  const std::vector<std::vector<const CheckParam*>> calibrations = {
+      {}, {plausible.get()}, {hostile.get(), plausible.get()}};
+  for (const WireLayout& layout : WIRE_LAYOUTS) {
+    for (const ParamCase& param : ParamCases()) {
+      for (size_t c = 0; c < calibrations.size(); ++c) {
+        for (const Clouds clouds : {Clouds::kPlain, Clouds::kDiverting, Clouds::kSometimesNull}) {
+          const bool noise = random() % 2 == 0;
+          SCOPED_TRACE(testing::Message() << layout.name << ", " << param.name << ", calibration " << c
+                                          << ", clouds " << static_cast<int>(clouds) << ", noise " << noise);
+          DecoderRig<TypeParam> rig(layout.model, param.param, clouds);
+          RunStream(rig, random, layout.model, noise, calibrations[c]);
+          ASSERT_NO_FATAL_FAILURE(rig.Compare());
+        }
+      }
+    }
+  }
+}
+
+/// Every grid code once, so that a table prepared when the calibration arrives is right for each of them.
+TYPED_TEST(DecoderOracle, AgreesOnEveryGridCode) {
+  Random random(7);
+  const auto plausible = PlausibleCalibration(random);
+  for (const LidarType model : {TS4B, TS6}) {
+    DecoderRig<TypeParam> rig(model, OpenLimits());
+    rig.Calibrate(*plausible);
+    const unsigned blocks = LayoutOf(model).blocks;
+    for (unsigned code = 0; code < 65536; code += blocks) {
+      Packet packet = PlausiblePacket(random, model);
+      for (unsigned k = 0; k < blocks; ++k) packet.Code(k, (code + k) / 256, (code + k) % 256);
+      rig.Feed(packet);
+    }
+    ASSERT_NO_FATAL_FAILURE(rig.Compare());
+    EXPECT_EQ(rig.frames.size(), 1U);
+  }
+}
+
+/// Frames without a marker are cut at 100000 points. What counts is pushed points, through an end of input
+/// too.
+TYPED_TEST(DecoderOracle, CutsAnEndlessFrame) {
+  Random random(3);
+  for (const LidarType model : {TS4B, TS6}) {
+    SCOPED_TRACE(LayoutOf(model).name);
+    const uint16_t blocks = LayoutOf(model).blocks;
+    DecoderRig<TypeParam> rig(model, OpenLimits(), Clouds::kSometimesNull);
+    const Packet packet = PlausiblePacket(random, model).Tail(0xFFFF, 1, 2, 3);
+    const auto feed = [&](int packets) {
+      for (int i = 0; i < packets; ++i) EXPECT_FALSE(rig.Feed(packet));
+    };
+    feed(10);  // the clouds of even number are null: nothing counts
+    rig.Finish();
+    feed(50);
+    rig.Finish();
+    feed(20);
+    rig.Finish();
+    feed((100000 - 1) / blocks - 50);
+    EXPECT_EQ(rig.frames.size(), 3U);
+    feed(1);
+    EXPECT_EQ(rig.frames.size(), 4U) << "at 100000 points";
+    rig.Finish();
+    feed(1);
+    ASSERT_NO_FATAL_FAILURE(rig.Compare());
+    EXPECT_EQ(rig.frames.size(), 5U);
+  }
+}
+
+}  // namespace
+}  // namespace orva::test

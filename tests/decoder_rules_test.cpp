@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The decoders against values worked out by hand, which would also show an error of the transcription.
+#include "support/calibrations.h"
+#include "support/decoder_rig.h"
+#include "support/process_hooks.h"
+
+namespace orva::test {
+namespace {
+
+using TimeRig = DecoderRig<PointCloud<PointTime>>;
+using SourceRig = DecoderRig<PointCloud<PointSource>>;
+
+TEST(TS4BRules, ProjectsByTableOrByFormula) {
+  auto check = std::make_unique<CheckParam>();
+  check->azimuth[10 * 256 + 3] = -30.0F;  // the sign turns
+  check->elevation[10 * 256 + 3] = 60.0F;
+  struct Case {
+    unsigned line, column;
+    double azimuth, elevation;
+  };
+  const Case cases[] = {{0, 0, 0.0, 0.0},
+                        {10, 3, 30.0, 60.0},
+                        {191, 255, 0.0, 0.0},    // the table's last entry
+                        {192, 0, 60.0, -45.47},  // beyond the table
+                        {255, 255, -60.0, -75.15}};
+  SourceRig rig(TS4B, OpenLimits());
+  rig.Calibrate(*check);
+  Packet packet(TS4B);
+  for (size_t k = 0; k < std::size(cases); ++k) {
+    packet.Code(k, cases[k].line, cases[k].column).Flight(k, 100.5).Intensity(k, 0x12345).Pulse(k, 0, 1);
+  }
+  rig.Feed(packet);
+  const double d = (100.5 * 1.645 - 2.09) * 0.15;  // 24.48...
+  for (size_t k = 0; k < std::size(cases); ++k) {
+    SCOPED_TRACE(k);
+    const PointSource& point = rig.decoder->point_cloud_->points[k];
+    const double az = cases[k].azimuth * M_PI / 180;
+    const double el = cases[k].elevation * M_PI / 180;
+    EXPECT_NEAR(point.x, d * std::cos(el) * std::cos(az), 1e-4);
+    EXPECT_NEAR(point.y, d * std::cos(el) * std::sin(az), 1e-4);
+    EXPECT_NEAR(point.z, d * std::sin(el), 1e-4);
+    EXPECT_EQ(point.intensity, 0x2345);
+    EXPECT_EQ(point.label, cases[k].line);
+    EXPECT_EQ(point.source_distance, 24);
+    EXPECT_EQ(point.timestamp, 0.0);
+  }
+  EXPECT_EQ(rig.decoder->point_cloud_->points[5].source_distance, INT64_MIN)
+      << "pulse divisor 0: no distance";
+}
+
+TEST(TS4BRules, CorrectsAndFiltersDistances) {
+  auto check = std::make_unique<CheckParam>();
+  const float weight[4] = {0.5F, 0.25F, 0.125F, -1.0F};
+  const float filter[8] = {100.0F, 10.0F, 70.0F, 4.0F, 0, 0, 0, 0};
+  std::copy(std::begin(weight), std::end(weight), check->weight);
+  std::copy(std::begin(filter), std::end(filter), check->near_filter);
+  const double ratio = 3.0;
+  struct Case {
+    double wanted;       // distance after correction, metres
+    unsigned intensity;  // 24 bits
+    bool filtered;
+  };
+  const Case cases[] = {
+      {20.0, 0, false},      // beyond the near distance
+      {8.0, 21, false},      // near: 100 * 2 / 10 is not above 21
+      {8.0, 19, true},       // but above 19
+      {3.0, 71, false},      // very near: the threshold alone
+      {3.0, 69, true},       //
+      {3.0, 0x10000, false}  // all 24 bits count, the point keeps 16
+  };
+  SourceRig rig(TS4B, OpenLimits());
+  rig.Calibrate(*check);
+  Packet packet(TS4B);
+  for (size_t k = 0; k < std::size(cases); ++k) {
+    const double constant = ratio * ratio * 0.125 + ratio * 0.5 - 1.0;
+    const double raw = (cases[k].wanted + constant) / 0.75;
+    packet.Flight(k, (raw / 0.15 + 2.09) / 1.645).Pulse(k, 300, 100).Intensity(k, cases[k].intensity);
+  }
+  rig.Feed(packet);
+  for (size_t k = 0; k < std::size(cases); ++k) {
+    const PointSource& point = rig.decoder->point_cloud_->points[k];
+    EXPECT_NEAR(point.x, cases[k].filtered ? 0.0 : cases[k].wanted, 0.005) << k;
+    EXPECT_EQ(point.intensity, cases[k].intensity & 0xFFFFU) << k;
+  }
+}
+
+TEST(GridRules, MarkerEndsTheFrameOfTheWholePacket) {
+  struct Case {
+    LidarType model;
+    uint16_t start;
+    size_t block;
+    bool frame_end;
+  };
+  const Case cases[] = {{TS4B, 0, 5, true}, {TS4B, 5, 5, true},   {TS4B, 6, 5, false}, {TS4B, 32, 5, false},
+                        {TS6, 0, 63, true}, {TS6, 64, 63, false}, {TS4A, 0, 5, true},  {TS4A, 6, 5, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << LayoutOf(c.model).name << " start " << c.start);
+    SourceRig rig(c.model, OpenLimits());
+    Packet packet(c.model);
+    packet.FrameEnd(c.block);
+    if (c.model != TS4A) packet.Tail(0xBEEF, 0x0640, 0x0400, 0x5A);
+    uint16_t seq = 99;
+    EXPECT_TRUE(rig.Probe(packet, seq));
+    EXPECT_EQ(seq, c.block + 1);
+    EXPECT_EQ(rig.Feed(packet, c.start), c.frame_end);
+    ASSERT_EQ(rig.frames.size(), c.frame_end ? 1U : 0U);
+    const auto& cloud = c.frame_end ? *rig.frames[0].cloud : *rig.decoder->point_cloud_;
+    EXPECT_EQ(cloud.points.size(), static_cast<size_t>(LayoutOf(c.model).blocks - c.start));
+    if (!c.frame_end || c.model == TS4A) continue;
+    EXPECT_EQ(cloud.status_word, 0xBEEF);
+    EXPECT_EQ(cloud.temperature_a, 36.0);
+    EXPECT_EQ(cloud.temperature_b, 0.0);
+    EXPECT_EQ(cloud.status_byte, 0x5A);
+  }
+}
+
+TEST(TS6Rules, TimesOfFramesAndPoints) {
+  TimeRig rig(TS6, OpenLimits());
+  const double epoch = 946684800.0;  // 2000-01-01
+  for (unsigned i = 0; i < 12; ++i) {
+    Packet packet(TS6);
+    packet.Utc(500000, 2000, 1, 1, 0, 0, i).Stamp(7);
+    if (i == 9) packet.FrameEnd(0);
+    rig.Feed(packet);
+  }
+  ASSERT_EQ(rig.frames.size(), 1U);
+  EXPECT_EQ(rig.frames[0].time, epoch + 0.5) << "of the frame's first packet";
+  const auto& points = rig.frames[0].cloud->points;
+  EXPECT_EQ(points[255].timestamp, epoch + 0.5);
+  EXPECT_EQ(points[256].timestamp, epoch + 3.5) << "renewed by the packet of block 255";
+  EXPECT_EQ(points[512].timestamp, epoch + 7.5);
+  EXPECT_EQ(rig.decoder->point_cloud_->points[0].timestamp, epoch + 10.5);
+  rig.Finish();
+  EXPECT_EQ(rig.frames[1].time, 0.0);
+  EXPECT_EQ(rig.imu.size(), 1U) << "one stamp, one sample";
+  Packet unstamped(TS6);
+  unstamped.Imu({2048, -2048, 1000, 32, -32, 64});
+  rig.Feed(unstamped, 64);
+  rig.Feed(unstamped, 64);
+  ASSERT_EQ(rig.imu.size(), 3U) << "a stamp of 0 is always published, whatever the start";
+  EXPECT_NEAR(rig.imu[2].angular_velocity_x, -2.0 * M_PI / 180.0, 1e-7);
+  EXPECT_NEAR(rig.imu[2].angular_velocity_y, 1.0 * M_PI / 180.0, 1e-7);
+  EXPECT_NEAR(rig.imu[2].angular_velocity_z, 1.0 * M_PI / 180.0, 1e-7);
+  EXPECT_NEAR(rig.imu[2].linear_acceleration_x, -1000 * 9.80665 / 2048, 1e-4);
+  EXPECT_NEAR(rig.imu[2].linear_acceleration_y, 9.80665, 1e-4);
+  EXPECT_NEAR(rig.imu[2].linear_acceleration_z, 9.80665, 1e-4);
+  ASSERT_NO_FATAL_FAILURE(rig.Compare());
+}
+
+TEST(TS6Rules, FilterAndRatioTakeDifferentIntensities) {
+  auto check = std::make_unique<CheckParam>();
+  check->weight[0] = 1.0F;
+  const float filter[4] = {0.0F, 500.0F, 70.0F, 400.0F};
+  std::copy(std::begin(filter), std::end(filter), check->near_filter);
+  TimeRig rig(TS6, OpenLimits());
+  rig.Calibrate(*check);
+  Packet packet(TS6);
+  packet.Flight(0, 100).Pulse(0, 0, 10).FilterIntensity(0, 71).Intensity(0, 20);
+  packet.Flight(1, 100).Pulse(1, 0, 10).FilterIntensity(1, 69).Intensity(1, 200);
+  packet.Code(2, 192, 0).Flight(2, 0).Intensity(2, 5);
+  packet.Code(3, 200, 9).Flight(3, 100).Pulse(3, 0, 10).FilterIntensity(3, 71);
+  rig.Feed(packet);
+  const auto& points = rig.decoder->point_cloud_->points;
+  const double raw = (100 * 1.645 - 2.09) * 0.149896229;
+  EXPECT_NEAR(points[0].x, raw - 2.0, 1e-4);
+  EXPECT_EQ(points[1].x, 0.0F);
+  EXPECT_EQ(points[2].x, 0.0F) << "no time of flight";
+  EXPECT_EQ(points[2].intensity, 5);
+  EXPECT_EQ(points[2].label, 192);
+  EXPECT_NEAR(points[3].x, raw, 1e-4) << "a code off the grid looks straight ahead";
+  ASSERT_NO_FATAL_FAILURE(rig.Compare());
+}
+
+TEST(NV2Rules, LinesAnglesAndImu) {
+  TimeRig rig(NV2, OpenLimits());
+  for (unsigned i = 0; i < 58; ++i) {
+    Packet packet(NV2);
+    packet.Line(i % 56).Utc(250000, 2000, 1, 1, 0, 0, i);
+    packet.Measure(0, 0xF123, 2000).Measure(96, 0x0FFF, 2000).Measure(97, 0, 0);
+    if (i == 57) packet.Imu({1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(rig.Feed(packet), i == 56);
+  }
+  ASSERT_EQ(rig.frames.size(), 1U);
+  EXPECT_EQ(rig.frames[0].time, 946684800.25 + 56);
+  const auto& points = rig.frames[0].cloud->points;
+  ASSERT_EQ(points.size(), 57U * 192) << "the line that fell is part of the frame it ended";
+  const double d = 2000 * 0.009375 - 2.0;
+  const double down = 15.0 * M_PI / 180;
+  EXPECT_NEAR(points[0].x, d * std::cos(down) * 0.5, 1e-4);
+  EXPECT_NEAR(points[0].y, d * std::cos(down) * std::sin(M_PI / 3), 1e-4);
+  EXPECT_NEAR(points[0].z, d * std::sin(down), 1e-4) << "line 0 looks up";
+  EXPECT_EQ(points[0].intensity, 0x123);
+  EXPECT_EQ(points[96].y, 0.0F);
+  EXPECT_EQ(points[97].x, 0.0F);
+  EXPECT_EQ(points[55 * 192].label, 55);
+  EXPECT_EQ(points[55 * 192].timestamp, 946684800.25 + 55);
+  EXPECT_EQ(rig.imu.size(), 1U) << "the all-zero sample of the start is no news";
+
+  uint16_t seq = 9;
+  EXPECT_FALSE(rig.Probe(Packet(NV2).Line(3), seq));
+  EXPECT_TRUE(rig.Probe(Packet(NV2).Line(2), seq));
+  EXPECT_EQ(seq, 1);
+  EXPECT_FALSE(rig.Feed(Packet(NV2).Line(2))) << "the probe has reported it already";
+  EXPECT_FALSE(rig.Feed(Packet(NV2).Line(1), 192)) << "no block, no line test";
+  ASSERT_NO_FATAL_FAILURE(rig.Compare());
+}
+
+TEST(KR7Rules, CounterIsThatOfTheFrameStart) {
+  TimeRig rig(KR7, OpenLimits());
+  const unsigned counters[] = {5, 9, 3, 4, 2, 0x0102, 0x0001};
+  const bool starts[] = {false, false, true, false, true, false, true};
+  for (size_t i = 0; i < std::size(counters); ++i) {
+    uint16_t seq = 99;
+    EXPECT_EQ(rig.Probe(Packet(KR7).FrameCounter(counters[i]), seq), starts[i]) << i;
+    EXPECT_EQ(seq, starts[i] ? 0 : 99);
+  }
+}
+
+TEST(DecoderBase, MountsAndLimits) {
+  DecoderParam param = OpenLimits();
+  param.use_transform = true;
+  param.x_offset = 1.0F;
+  param.y_offset = 2.0F;
+  param.z_offset = 3.0F;
+  param.roll = 90.0F;
+  param.yaw = 90.0F;
+  param.max_distance = 10.0F;
+  const SourceRig rig(TS4B, param);
+  float x = 1.0F;
+  float y = 10.0F;
+  float z = 100.0F;
+  rig.decoder->TransformPoint(x, y, z);  // roll: (1, -100, 10); then yaw: (100, 1, 10)
+  EXPECT_NEAR(x, 101.0, 1e-4);
+  EXPECT_NEAR(y, 3.0, 1e-4);
+  EXPECT_NEAR(z, 13.0, 1e-4);
+  EXPECT_TRUE(rig.decoder->IsDistanceRange(0.0F) && rig.decoder->IsDistanceRange(10.0F));
+  EXPECT_FALSE(rig.decoder->IsDistanceRange(10.01F) || rig.decoder->IsDistanceRange(NAN));
+  EXPECT_TRUE(rig.decoder->IsAngleRange(-180.0F, 90.0F));
+  EXPECT_FALSE(rig.decoder->IsAngleRange(NAN, 0.0F) || rig.decoder->IsAngleRange(0.0F, -90.1F));
+}
+
+TEST(DecoderBase, TimesCarryMicrosecondsBeyondASecond) {
+  const SourceRig rig(TS6, OpenLimits());
+  tevoro::lidar::UTCBlock utc;
+  utc.year = 2000;
+  utc.month = utc.day = 1;
+  utc.microseconds = 1000000;
+  EXPECT_EQ(rig.decoder->GetTimeUTCWithUs(utc), 946684801.0);
+}
+
+constexpr const char* kLengthLine = "ProcessMsopPacket MSOP_LEN:1360 size:1359\n";
+constexpr const char* kIdentifierLine = "ProcessMsopPacket MSOP_ID\n";
+
+TEST(DecoderBase, RefusesAndReports) {
+  AdvanceClock(10);
+  SourceRig rig(TS4B, OpenLimits());
+  SourceRig other(TS4A, OpenLimits());
+  std::string reports;
+  for (auto* decoder : {rig.decoder.get(), other.decoder.get()}) {
+    decoder->RegisterCallBack(
+        [&reports](const Error& error) {
+          EXPECT_EQ(error.error_level, 1);
+          reports += std::to_string(error.error_code) + ' ';
+        },
+        [](const uint16_t&, const double&) {});
+  }
+  Packet good(TS4B);
+  Packet bad(TS4B);
+  bad.Put(7, 0xFE, 1);
+  uint16_t seq = 0;
+  const auto process = [&](auto& decoder, const Packet& packet, size_t length) {
+    const ConsoleCapture console;
+    EXPECT_FALSE(decoder->ProcessMsopPacket(packet.data(), length, 0));
+    return console.Text();
+  };
+  const auto probe = [&](const Packet& packet, size_t length) {
+    const ConsoleCapture console;
+    EXPECT_FALSE(rig.decoder->toSplite(packet.data(), length, seq));
+    return console.Text();
+  };
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(process(rig.decoder, good, 1359), kLengthLine);
+  EXPECT_EQ(reports, "65 ") << "a line each, one report";
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(process(rig.decoder, bad, 1360), kIdentifierLine);
+  EXPECT_EQ(process(rig.decoder, bad, 1359), kLengthLine) << "the length is tested first";
+  EXPECT_EQ(reports, "65 66 ");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(probe(good, 1361), "");
+    EXPECT_EQ(probe(bad, 1360), "");
+  }
+  EXPECT_EQ(reports, "65 66 65 66 ") << "probing reports on its own account, and prints nothing";
+  AdvanceClock(1);
+  EXPECT_EQ(process(other.decoder, good, 1359), kLengthLine);
+  EXPECT_EQ(reports, "65 66 65 66 ") << "one second is too soon, also for another decoder of the process";
+  TimeRig of_other_type(TS4B, OpenLimits());
+  bool reported = false;
+  of_other_type.decoder->RegisterCallBack([&](const Error&) { reported = true; }, nullptr);
+  process(of_other_type.decoder, good, 1359);
+  EXPECT_TRUE(reported) << "each cloud type counts for itself";
+  AdvanceClock(1);
+  process(other.decoder, good, 1359);
+  EXPECT_EQ(reports, "65 66 65 66 65 ");
+  EXPECT_TRUE(rig.decoder->point_cloud_->points.empty());
+}
+
+TEST(DecoderFactory, AnnouncesAndRefuses) {
+  for (const int type : {0, 2, 17, 34, 1, 16, 32, 33, 48, 64}) {
+    const ConsoleCapture console;
+    const auto decoder = tevoro::lidar::DecoderFactory<PointCloud<Point>>::CreateDecoder(
+        static_cast<LidarType>(type), DecoderParam());
+    const bool known = type == 1 || (type >= 16 && type % 16 == 0) || type == 33;
+    EXPECT_EQ(decoder != nullptr, known) << type;
+    EXPECT_EQ(
+        console.Text(),
+        "type:" + std::to_string(type) + "\n" +
+            (known ? "" : "\033[1m\033[31mWrong LiDAR Type. Please check your LiDAR Version! \033[0m\n"));
+  }
+}
+
+TEST(DecoderMemory, NothingIsAllocatedPerPacket) {
+  Random random(11);
+  for (const WireLayout& layout : WIRE_LAYOUTS) {
+    SCOPED_TRACE(layout.name);
+    SourceRig rig(layout.model, OpenLimits());
+    auto cloud = std::make_shared<PointCloud<PointSource>>();
+    cloud->points.reserve(200 * 192);
+    rig.decoder->point_cloud_ = cloud;
+    rig.decoder->RegisterCallBack([](const Error&) {}, [](const uint16_t&, const double&) {});
+    std::vector<Packet> packets;
+    for (int i = 0; i < 100; ++i) packets.push_back(PlausiblePacket(random, layout.model));
+    rig.imu.reserve(200);
+    const unsigned long before = AllocationCount();
+    for (const Packet& packet : packets) rig.decoder->ProcessMsopPacket(packet.data(), packet.size(), 0);
+    EXPECT_EQ(AllocationCount(), before);
+  }
+}
+
+}  // namespace
+}  // namespace orva::test

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "packets.h"
+#include "param/check_param.h"
+
+namespace orva::test {
+
+using tevoro::lidar::CheckParam;
+
+/// A sensor's own: the even grid with a small error per code, small corrections, the near filter on.
+inline std::unique_ptr<CheckParam> PlausibleCalibration(Random& random) {
+  auto check = std::make_unique<CheckParam>();
+  const auto error = [&random] { return static_cast<float>(Pick(random, 0, 1000)) * 1e-4F - 0.05F; };
+  for (size_t code = 0; code < tevoro::lidar::CALIB_TABLE_ENTRIES; ++code) {
+    check->azimuth[code] = -60.0F + static_cast<float>(code % 256) * 0.47F + error();
+    check->elevation[code] = 45.0F - static_cast<float>(code / 256) * 0.47F + error();
+  }
+  const float weight[4] = {0.11F, 0.003F, -0.017F, 0.21F};
+  const float near_filter[8] = {90.0F, 12.0F, 150.0F, 4.0F, 5.0F, 5.0F, 2.0F, 0.0F};
+  std::copy(std::begin(weight), std::end(weight), check->weight);
+  std::copy(std::begin(near_filter), std::end(near_filter), check->near_filter);
+  return check;
+}
+
+/// Whatever a broken file or a broken sensor may hold: edges of the angle tables and of the integers,
+/// infinities.
+inline std::unique_ptr<CheckParam> HostileCalibration(Random& random) {
+  const float inf = std::numeric_limits<float>::infinity();
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float values[] = {nan,    inf,         -inf,   1e30F,    -1e30F,  2.14748e7F,    -3e7F,    449.99F,
+                          450.0F, -180.0F,     180.0F, -180.01F, -449.9F, 0.00999F,      -0.0049F, -0.0F,
+                          1e-42F, 21474836.0F, 90.0F,  -90.0F,   45.0F,   -21474836.48F, 12.5F,    1.0F};
+  const auto value = [&] { return values[random() % std::size(values)]; };
+  auto check = std::make_unique<CheckParam>();
+  for (float& v : check->azimuth) v = value();
+  for (float& v : check->elevation) v = value();
+  for (float& v : check->weight) v = Pick(random, 0, 2) == 0 ? value() : 0.5F;
+  for (float& v : check->near_filter) v = Pick(random, 0, 1) == 0 ? value() : 3.0F;
+  return check;
+}
+
+}  // namespace orva::test
