@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "sensor.h"
+
+struct pcap;
+struct pcap_dumper;
+
+namespace orva::sim {
+
+/// What precedes the IPv4 header of each record.
+enum class Framing {
+  kEthernet,
+  kLinuxCooked,    ///< as `tcpdump -i any` writes, version 1
+  kLinuxCookedV2,  ///< as newer ones write
+  kRawIp,
+  kLoopback,  ///< BSD null: an address family
+};
+
+struct CaptureOptions {
+  Framing framing = Framing::kEthernet;
+  bool nanoseconds = false;  ///< precision of the times; otherwise microseconds
+  bool ip_options = false;   ///< four bytes of IPv4 options in every packet
+  std::array<uint8_t, 4> source{192, 168, 1, 10};
+  std::array<uint8_t, 4> destination{192, 168, 1, 100};
+  uint16_t source_port = 6688;
+  uint16_t destination_port = 6699;
+};
+
+/// A pcap file that appears under its name only when it is complete: it is written as NAME.part and renamed
+/// by Finish; without Finish nothing is left. A path that is no regular file (a pipe, a device) is written
+/// directly. Every problem throws std::runtime_error with the path and the system's reason.
+class CaptureWriter {
+ public:
+  explicit CaptureWriter(std::filesystem::path path, const CaptureOptions& options = {});
+  ~CaptureWriter();
+  CaptureWriter(const CaptureWriter&) = delete;
+  CaptureWriter& operator=(const CaptureWriter&) = delete;
+
+  void Write(const TimedPacket& packet);
+  void Finish();
+
+ private:
+  struct Closer {
+    void operator()(pcap* handle) const;
+    void operator()(pcap_dumper* dumper) const;
+  };
+
+  [[noreturn]] void Fail(const std::string& reason) const;
+  void AppendLinkHeader();
+  void AppendIpHeader(size_t payload_size);
+  void AppendUdp(const std::vector<uint8_t>& payload);
+
+  const std::filesystem::path path_;
+  const CaptureOptions options_;
+  std::filesystem::path part_;  ///< what is being written; equal to path_ when direct
+  std::unique_ptr<pcap, Closer> handle_;
+  std::unique_ptr<pcap_dumper, Closer> dumper_;
+  uint16_t identification_ = 0;
+  std::vector<uint8_t> record_;
+};
+
+}  // namespace orva::sim
