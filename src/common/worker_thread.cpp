@@ -10,7 +10,7 @@ namespace tevoro::lidar {
 bool WorkerThread::Start(std::function<void()> body) {
   if (running_) return true;
   if (IsCurrent()) return false;
-  if (thread_.joinable()) thread_.join();
+  Join();
   running_ = true;
   try {
     thread_ = std::thread([this, body = std::move(body)] {
@@ -27,7 +27,11 @@ bool WorkerThread::Start(std::function<void()> body) {
 
 void WorkerThread::Stop() {
   running_ = false;
-  if (IsCurrent() || !thread_.joinable()) return;
+  if (!IsCurrent()) Join();
+}
+
+void WorkerThread::Join() {
+  if (!thread_.joinable()) return;
   thread_.join();
   // The system may give the id of an ended thread to a new one, even to the caller's.
   thread_id_ = std::thread::id();

@@ -29,6 +29,8 @@ class WorkerThread {
   bool IsCurrent() const { return thread_id_ == std::this_thread::get_id(); }
 
  private:
+  void Join();
+
   const std::string name_;
   std::atomic<bool> running_{false};
   std::atomic<std::thread::id> thread_id_{};

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "input/input_pcap.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/console.h"
+#include "input/link_header.h"
+
+namespace tevoro::lidar {
+namespace {
+
+/// The C library's 4 KiB would mean a system call for every third packet.
+constexpr size_t kFileBuffer = 256 * 1024;
+
+/// Opens a capture file with a large buffer. Null for what is not a capture.
+pcap_t* OpenCapture(const std::string& path) {
+  struct stat status {};
+  // A pipe could neither be rewound nor be waited for.
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  std::FILE* file = std::fopen(path.c_str(), "rbe");
+  if (file == nullptr) return nullptr;
+  std::setvbuf(file, nullptr, _IOFBF, kFileBuffer);
+  char error[PCAP_ERRBUF_SIZE];
+  pcap_t* handle = pcap_fopen_offline(file, error);
+  if (handle == nullptr) {
+    std::fclose(file);
+    return nullptr;
+  }
+  // After one seek the C library keeps count of the offset; before, each ftell is a system call.
+  fseeko(file, ftello(file), SEEK_SET);
+  return handle;
+}
+
+}  // namespace
+
+InputPcap::InputPcap(const InputParam& param)
+    : Input(param), filter_text_(port_ == 0 ? "(udp)" : "(udp dst port " + std::to_string(port_) + ")") {}
+
+bool InputPcap::Init() {
+  handle_.reset(OpenCapture(pcap_path_));
+  PrintLine("pcap_file:" + pcap_path_);
+  if (!handle_) return false;
+  link_type_ = pcap_datalink(handle_.get());
+  if (!LinkHeaderLength(link_type_)) {
+    const char* name = pcap_datalink_val_to_description(link_type_);
+    PrintErrorLine("pcap_file: link type " + std::to_string(link_type_) +
+                   (name != nullptr ? " (" + std::string(name) + ")" : std::string()) +
+                   " is not supported. Capture on Ethernet, or with \"tcpdump -i any\"");
+    handle_.reset();
+    return false;
+  }
+  // A filter that fails to compile stays empty and rejects everything.
+  pcap_freecode(&filter_.program);
+  pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN);
+  return true;
+}
+
+int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, long* position,
+                          const bool& record) {
+  if (!handle_) return -1;
+  if (position != nullptr) {
+    std::FILE* file = pcap_file(handle_.get());
+    if (record) {
+      *position = ftello(file);
+    } else {
+      fseeko(file, *position, SEEK_SET);
+    }
+  }
+
+  pcap_pkthdr* header = nullptr;
+  const u_char* data = nullptr;
+  if (pcap_next_ex(handle_.get(), &header, &data) < 0) return -1;
+  if (pcap_offline_filter(&filter_.program, header, data) == 0) return 0;
+
+  const std::optional<size_t> offset = PayloadOffset(link_type_, data, header->caplen);
+  if (!offset || header->len < *offset || header->caplen < header->len) return 0;
+  const size_t length = header->len - *offset;
+  if (length > buffer->capacity - buffer->offset) return 0;
+  std::memcpy(buffer->data.get() + buffer->offset, data + *offset, length);
+  if (length == 0) return 0;
+  buffer->offset = 0;
+  buffer->length = length;
+  return static_cast<int>(length);
+}
+
+}  // namespace tevoro::lidar

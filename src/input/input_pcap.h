@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <pcap/pcap.h>
+
+#include <memory>
+#include <string>
+
+#include "input/input.h"
+
+namespace tevoro::lidar {
+
+/// Reads a recording: the UDP payloads of a capture file that go to the configured port (0: to any). Reads as
+/// fast as it is asked, without regard to capture times.
+class InputPcap : public Input {
+ public:
+  explicit InputPcap(const InputParam& param);
+
+  /// Prints the path, opens the file and compiles the filter. False when it is no capture or, after a line on
+  /// standard error, of a link type that the driver does not read.
+  bool Init() override;
+
+  /// 0 also for a record that the filter rejects or that does not hold its whole payload, and for a payload
+  /// that exceeds the buffer; the buffer is then untouched. A file that is cut off inside a record ends
+  /// before it.
+  int RecvPacket(std::shared_ptr<Buffer>& buffer, const int& size, long* position,
+                 const bool& record) override;
+
+  const std::string& FilterText() const { return filter_text_; }
+
+ private:
+  struct CloseCapture {
+    void operator()(pcap_t* handle) const { pcap_close(handle); }
+  };
+  struct Filter {
+    Filter() = default;
+    Filter(const Filter&) = delete;
+    Filter& operator=(const Filter&) = delete;
+    ~Filter() { pcap_freecode(&program); }
+
+    bpf_program program{};  ///< empty it rejects everything
+  };
+
+  std::unique_ptr<pcap_t, CloseCapture> handle_;
+  int link_type_ = 0;
+  std::string filter_text_;
+  Filter filter_;
+};
+
+}  // namespace tevoro::lidar

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace tevoro::lidar {
+
+/// Bytes in front of the IP header for a capture's link type (a DLT_ value); nothing for a link type that
+/// the driver does not read.
+std::optional<size_t> LinkHeaderLength(int link_type);
+
+/// Bytes in front of the UDP payload of a record of which `captured` bytes are at hand. An Ethernet record
+/// counts as 42 (Ethernet, IPv4 without options, UDP) unless it shows IPv4 options. Nothing where the
+/// record is shorter than its headers or holds no IP.
+std::optional<size_t> PayloadOffset(int link_type, const uint8_t* record, size_t captured);
+
+}  // namespace tevoro::lidar

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "pcap/pcap_manager.h"
+
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "common/cloud_types.h"
+#include "common/console.h"
+#include "common/worker_thread.h"
+#include "decoder/decoder_factory.h"
+#include "input/input_factory.h"
+#include "param/param_service.h"
+#include "pcap/play_request.h"
+
+namespace tevoro::lidar {
+
+template <typename PC>
+class PcapManager<PC>::Impl {
+ public:
+  explicit Impl(PcapManager* owner) : owner_(owner) {}
+
+  bool Init(const DriverParam& param);
+  bool Start();
+  void Stop() { thread_.Stop(); }
+  bool GetLocalFileStatus(int& status);
+  bool PlayLocalFileFrame(int frame);
+
+ private:
+  /// Where a frame begins.
+  struct FramePosPackage {
+    long position;  ///< of its first record in the file
+    uint16_t seq;   ///< its first block in that record's packet
+  };
+  using Packet = std::shared_ptr<Buffer>;
+
+  // Set-up.
+  void LoadCalibration(const DriverParam& param);
+  void Release();
+
+  // The replay thread.
+  void ProcessData();
+  void IndexRecord(Packet& packet);
+  void PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet);
+  void PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet);
+  bool Decode(const Packet& packet, uint16_t start) {
+    return decoder_->ProcessMsopPacket(packet->data.get() + packet->offset, packet->length, start);
+  }
+
+  // Delivery.
+  void SplitFrame(double timestamp);
+  void ErrorException(const Error& error);
+  void PutPointCloud(const std::shared_ptr<PC>& cloud);
+  std::shared_ptr<PC> GetPointCloud();
+
+  PcapManager* const owner_;
+  std::vector<FramePosPackage> frame_index_;  ///< appended to by the replay thread until load_finished_
+  std::atomic<bool> load_finished_{false};
+  PlayRequest play_request_;
+  std::mutex replay_lock_;  ///< held while a frame's first packet is decoded, and while a play is cancelled
+  std::shared_ptr<Input> input_;
+  std::shared_ptr<Decoder<PC>> decoder_;
+  std::shared_ptr<ParamService> param_service_;
+  WorkerThread thread_{"orva-replay"};  // last: ends before what it uses
+};
+
+template <typename PC>
+bool PcapManager<PC>::Impl::Init(const DriverParam& param) {
+  decoder_ = DecoderFactory<PC>::CreateDecoder(param.lidar_type, param.decoder_param);
+  if (!decoder_) return false;
+  decoder_->RegisterCallBack([this](const Error& error) { ErrorException(error); },
+                             [this](const uint16_t&, const double& timestamp) { SplitFrame(timestamp); });
+  LoadCalibration(param);
+
+  input_ = InputFactory::CreateInput(param.input_type, param.input_param);
+  if (!input_ || !input_->Init()) {
+    Release();
+    return false;
+  }
+  decoder_->point_cloud_ = GetPointCloud();
+  return true;
+}
+
+/// A replay always takes the folder. One that cannot be used is no failure: points come uncalibrated.
+template <typename PC>
+void PcapManager<PC>::Impl::LoadCalibration(const DriverParam& param) {
+  param_service_ = std::make_shared<ParamService>();
+  try {
+    if (!param_service_->LoadCheckFolder(param.lidar_type, param.calibration_param.calib_folder)) return;
+  } catch (const std::filesystem::filesystem_error&) {
+    return;
+  }
+  decoder_->UpdateCheckParam(param_service_->GetCheckParam(param.lidar_type));
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::Release() {
+  input_.reset();
+  decoder_.reset();
+  param_service_.reset();
+}
+
+/// Neither rewinds the file nor forgets its frames: after a Stop the pass goes on from where the file stands.
+template <typename PC>
+bool PcapManager<PC>::Impl::Start() {
+  if (thread_.Running()) return true;
+  load_finished_ = false;
+  return thread_.Start([this] { ProcessData(); });
+}
+
+template <typename PC>
+bool PcapManager<PC>::Impl::GetLocalFileStatus(int& status) {
+  if (!load_finished_) return false;
+  // A callback may ask while this very thread decodes a frame's first packet, under the lock.
+  std::unique_lock<std::mutex> lock(replay_lock_, std::defer_lock);
+  if (!thread_.IsCurrent()) lock.lock();
+  status = static_cast<int>(frame_index_.size());
+  play_request_.Cancel();
+  return true;
+}
+
+template <typename PC>
+bool PcapManager<PC>::Impl::PlayLocalFileFrame(int frame) {
+  if (!load_finished_ || play_request_.Current()) return false;
+  if (frame < 0 || static_cast<size_t>(frame) >= frame_index_.size()) return false;
+  return play_request_.Ask(frame);
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::ProcessData() {
+  Packet packet = std::make_shared<Buffer>();
+  while (thread_.Running()) {
+    if (!load_finished_) {
+      IndexRecord(packet);
+    } else if (const PlayRequest::Turn turn = play_request_.Current(); !turn) {
+      std::this_thread::yield();  // no wait: a play starts at once
+    } else if (turn.frame != PlayRequest::kNextPacket) {
+      PlayFirstPacket(turn, packet);
+    } else {
+      PlayNextPacket(turn, packet);
+    }
+  }
+}
+
+/// Looks at one record for the frame index. Nothing is decoded.
+template <typename PC>
+void PcapManager<PC>::Impl::IndexRecord(Packet& packet) {
+  long position = 0;
+  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &position, true);
+  if (length > 0) {
+    uint16_t seq = 0;
+    const bool new_frame = decoder_->toSplite(packet->data.get() + packet->offset, packet->length, seq);
+    // The first packet for us opens frame 0, even one that the decoder refuses.
+    if (new_frame || frame_index_.empty()) frame_index_.push_back({position, seq});
+  } else if (length < 0) {
+    PrintLine(Colour::kGreen, "pcap file is load finished!");
+    load_finished_ = true;
+  }
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet) {
+  const std::lock_guard<std::mutex> lock(replay_lock_);
+  FramePosPackage entry = frame_index_[static_cast<size_t>(turn.frame)];
+  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &entry.position, false);
+  if (length <= 0) return;  // the next turn tries again
+  // A frame that ends within its first packet is delivered, and the play goes on to the next frame end.
+  Decode(packet, entry.seq);
+  play_request_.Continue(turn);
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet) {
+  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, nullptr, false);
+  if (length > 0) {
+    if (Decode(packet, 0)) play_request_.Finish(turn);
+  } else if (length < 0) {
+    decoder_->EnableFinallyFrame();
+    play_request_.Finish(turn);
+  }
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::SplitFrame(double timestamp) {
+  if (const std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
+    cloud->timestamp = timestamp;
+    PutPointCloud(cloud);
+  }
+  decoder_->point_cloud_ = GetPointCloud();
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::ErrorException(const Error& error) {
+  if (owner_->exception_) owner_->exception_(error);
+}
+
+template <typename PC>
+void PcapManager<PC>::Impl::PutPointCloud(const std::shared_ptr<PC>& cloud) {
+  if (owner_->put_point_cloud_) owner_->put_point_cloud_(cloud);
+}
+
+template <typename PC>
+std::shared_ptr<PC> PcapManager<PC>::Impl::GetPointCloud() {
+  if (owner_->get_point_cloud_) return owner_->get_point_cloud_();
+  PrintLine(Colour::kYellow, "Error:Get point cloud call back is nullptr!");
+  return nullptr;
+}
+
+template <typename PC>
+PcapManager<PC>::PcapManager() : impl_(std::make_shared<Impl>(this)) {}
+
+template <typename PC>
+PcapManager<PC>::~PcapManager() = default;
+
+template <typename PC>
+bool PcapManager<PC>::Init(const DriverParam& param) {
+  return impl_->Init(param);
+}
+
+template <typename PC>
+bool PcapManager<PC>::Start() {
+  return impl_->Start();
+}
+
+template <typename PC>
+void PcapManager<PC>::Stop() {
+  impl_->Stop();
+}
+
+template <typename PC>
+bool PcapManager<PC>::GetLocalFileStatus(int& status) {
+  return impl_->GetLocalFileStatus(status);
+}
+
+template <typename PC>
+bool PcapManager<PC>::PlayLocalFileFrame(const int& frame) {
+  return impl_->PlayLocalFileFrame(frame);
+}
+
+#define ORVA_INSTANTIATE(PC) template class PcapManager<PC>;
+ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
+
+}  // namespace tevoro::lidar
