@@ -25,6 +25,9 @@ class WorkerThread {
   /// destructor on another thread joins.
   void Stop();
 
+  /// Only clears the flag; from any thread.
+  void RequestStop() { running_ = false; }
+
   bool Running() const { return running_; }
   bool IsCurrent() const { return thread_id_ == std::this_thread::get_id(); }
 

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "online/calibration_loader.h"
+
+#include <numeric>
+#include <thread>
+
+namespace tevoro::lidar {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint8_t kRequestMagic = 0xA5;  // four times
+constexpr uint16_t CALIB_CHUNK_REQUEST = 1000;
+constexpr uint16_t kClosingRequest = 100;  // asked once more where the end came unannounced
+constexpr int kReplyCapacity = 2048;
+constexpr microseconds kRetryAfter{10'000};
+constexpr milliseconds kBetweenRequests{1};
+
+/// Request: magic, u8 flag "this chunk completes the stream", u32 offset, u16 count, u8 checksum.
+class Request {
+ public:
+  Request() { SetChunk(0, CALIB_CHUNK_REQUEST); }
+
+  void SetLastChunk(bool last) { bytes_[4] = last ? 1 : 0; }
+  void SetChunk(uint32_t offset, uint16_t count) {
+    for (size_t i = 0; i < 4; ++i) bytes_[5 + i] = static_cast<uint8_t>(offset >> (8 * i));
+    for (size_t i = 0; i < 2; ++i) bytes_[9 + i] = static_cast<uint8_t>(count >> (8 * i));
+  }
+  bool Send(UDPSelect& channel) {
+    GetCommand(bytes_, sizeof(bytes_));
+    return channel.SendData(reinterpret_cast<const char*>(bytes_), int{sizeof(bytes_)});
+  }
+
+ private:
+  uint8_t bytes_[12] = {kRequestMagic, kRequestMagic, kRequestMagic, kRequestMagic};
+};
+
+}  // namespace
+
+struct CalibrationLoader::Progress {
+  Request request;
+  bool last_chunk = false;  ///< the request announced the end of the stream
+  bool waiting = false;     ///< a reply may still come in time
+  Clock::time_point sent = Clock::now();
+  uint32_t offset = 0;  ///< sum of the counts asked for, whatever the sensor gave
+  int step = CALIB_CHUNK_REQUEST;
+};
+
+void CalibrationLoader::Run(const WorkerThread& thread) {
+  Progress progress;
+  request_outstanding_ = false;
+  while (thread.Running()) {
+    if (!load_enabled_) {
+      Idle();
+    } else if (request_outstanding_ || Send(progress)) {
+      AwaitReply(progress);
+    } else {
+      std::this_thread::sleep_for(kBetweenRequests);
+    }
+  }
+}
+
+bool CalibrationLoader::TakeRecord() {
+  if (!apply_pending_ || !download_complete_) return false;
+  apply_pending_ = false;
+  return true;
+}
+
+void CalibrationLoader::Idle() {
+  char discarded[kReplyCapacity];
+  const bool received = channel_.RecvData(discarded, kReplyCapacity) > 0;
+  std::this_thread::sleep_for(received ? milliseconds(10) : milliseconds(100));
+}
+
+bool CalibrationLoader::Send(Progress& progress) {
+  if (!progress.request.Send(channel_)) return false;
+  request_outstanding_ = true;
+  progress.waiting = true;
+  progress.sent = Clock::now();
+  return true;
+}
+
+void CalibrationLoader::AwaitReply(Progress& progress) {
+  char reply[kReplyCapacity] = {};
+  const int length = channel_.RecvData(reply, kReplyCapacity);
+  if (length <= 0) {
+    if (progress.waiting && Clock::now() - progress.sent > kRetryAfter) request_outstanding_ = false;
+  } else if (download_complete_) {
+    load_enabled_ = false;  // the closing request was answered; its reply says nothing
+    return;
+  } else {
+    TakeReply(progress, reply, length);
+  }
+  std::this_thread::sleep_for(kBetweenRequests);
+}
+
+void CalibrationLoader::TakeReply(Progress& progress, const char* reply, int length) {
+  bool last_chunk = false;
+  bool complete = false;
+  progress.offset += static_cast<uint32_t>(progress.step);
+  progress.step =
+      service_->PushData(type_, reinterpret_cast<const signed char*>(reply), length, last_chunk, complete);
+  progress.request.SetLastChunk(last_chunk);
+
+  if (complete && progress.last_chunk) {
+    load_enabled_ = false;
+  } else {
+    if (complete) {
+      progress.request.SetChunk(0, kClosingRequest);
+    } else {
+      progress.request.SetChunk(progress.offset, static_cast<uint16_t>(progress.step));
+      progress.last_chunk = last_chunk;
+    }
+    progress.waiting = false;
+    request_outstanding_ = false;
+  }
+  if (complete) download_complete_ = true;
+}
+
+void GetCommand(uint8_t* command, size_t length) {
+  if (length == 0) return;
+  command[length - 1] = std::accumulate(command, command + length - 1, uint8_t{0},
+                                        [](uint8_t sum, uint8_t b) { return static_cast<uint8_t>(sum + b); });
+}
+
+}  // namespace tevoro::lidar

@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "online/online_manager.h"
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <utility>
+
+#include "common/cloud_types.h"
+#include "common/console.h"
+#include "common/worker_thread.h"
+#include "decoder/decoder_factory.h"
+#include "input/input_factory.h"
+#include "input/input_sock.h"
+#include "online/calibration_loader.h"
+#include "online/pacing.h"
+#include "online/sync_queue.h"
+#include "param/param_service.h"
+
+namespace tevoro::lidar {
+namespace {
+
+/// Packets that may wait for the decoding thread, 12.7 MB of buffers. A decoder that is further behind starts
+/// afresh on current data.
+constexpr uint64_t MAX_QUEUED_PACKETS = 8191;
+
+std::atomic<uint32_t> g_load_count{0};  // live managers made in this process
+
+std::string ThreadName(const char* role, uint32_t instance) {
+  constexpr size_t kLongestName = 15;  // the system's limit
+  return ("orva-" + std::string(role) + "-" + std::to_string(instance)).substr(0, kLongestName);
+}
+
+}  // namespace
+
+template <typename PC>
+class OnlineManager<PC>::Impl {
+ public:
+  explicit Impl(OnlineManager* manager) : manager_(manager) {}
+  ~Impl() {
+    Stop();
+    Release();
+  }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  bool Init(const DriverParam& param);
+  bool Start();
+  void Stop();
+
+ private:
+  bool SetUp();
+  void LoadFolder();
+  void ApplyCheckParam() { decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type)); }
+  void Release();
+
+  bool StartLoad();
+  bool StartRecv();
+  bool StartDecoder();
+  bool OnOwnThread() const;
+
+  void RecvLoop();
+  void DecodeLoop();
+  std::shared_ptr<Buffer> GetBuffer();
+
+  void ErrorException(const Error& error);
+  void SplitFrame(const uint16_t& laser_num, const double& timestamp);
+  void SplitIMUFrame();
+  void PutPointCloud(std::shared_ptr<PC> cloud);
+  std::shared_ptr<PC> GetPointCloud();
+  void PutImuMsg(std::shared_ptr<ImuMsg> msg);
+  std::shared_ptr<ImuMsg> GetImuMsg();
+
+  OnlineManager* const manager_;  // for the application's callbacks
+  DriverParam param_;
+  const uint32_t instance_ = ++g_load_count;
+  WorkerThread load_thread_{ThreadName("load", instance_)};
+  WorkerThread recv_thread_{ThreadName("recv", instance_)};
+  WorkerThread decoder_thread_{ThreadName("dec", instance_)};
+  std::shared_ptr<Input> input_;
+  std::shared_ptr<CalibrationLoader> loader_;  // only with calib_from_lidar
+  std::shared_ptr<Decoder<PC>> decoder_;
+  std::shared_ptr<ParamService> service_;
+  SyncQueue<std::shared_ptr<Buffer>> packet_queue_;  // received, to be decoded
+  SyncQueue<std::shared_ptr<Buffer>> free_queue_;    // decoded, to be used again
+};
+
+// Set-up
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::Init(const DriverParam& param) {
+  param_ = param;
+  if (!SetUp()) {
+    Release();
+    return false;
+  }
+  decoder_->point_cloud_ = GetPointCloud();
+  decoder_->imu_msg_ = GetImuMsg();
+  return true;
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::SetUp() {
+  decoder_ = DecoderFactory<PC>::CreateDecoder(param_.lidar_type, param_.decoder_param);
+  if (!decoder_) return false;
+  decoder_->RegisterCallBack(
+      [this](const Error& error) { ErrorException(error); },
+      [this](const uint16_t& laser_num, const double& timestamp) { SplitFrame(laser_num, timestamp); });
+  decoder_->RegisterIMUCallBack([this] { SplitIMUFrame(); });
+
+  service_ = std::make_shared<ParamService>();
+  if (param_.calib_from_lidar) {
+    loader_ = std::make_shared<CalibrationLoader>(param_.lidar_type, param_.calibration_param, service_);
+    if (!loader_->Init()) return false;
+  } else {
+    LoadFolder();
+  }
+
+  input_ = InputFactory::CreateInput(param_.input_type, param_.input_param);
+  return input_ && input_->Init();
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::LoadFolder() {
+  bool loaded = false;
+  try {
+    loaded = service_->LoadCheckFolder(param_.lidar_type, param_.calibration_param.calib_folder);
+  } catch (const std::filesystem::filesystem_error&) {
+    // An unreadable folder is one without calibration: points come uncalibrated.
+  }
+  PrintLine(loaded ? "LoadCheckFolder success!" : "LoadCheckFolder failed!");
+  if (loaded) ApplyCheckParam();
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::Release() {
+  // The data socket is closed here: an InputSock stays open when it is dropped.
+  if (auto* socket = dynamic_cast<InputSock*>(input_.get())) socket->Close();
+  decoder_.reset();
+  input_.reset();
+  loader_.reset();
+  service_.reset();
+}
+
+// Threads
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::Start() {
+  if ((!param_.calib_from_lidar || StartLoad()) && StartRecv() && StartDecoder()) return true;
+  Stop();
+  return false;
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::Stop() {
+  if (OnOwnThread()) {  // in a callback: whoever comes next from outside joins
+    load_thread_.RequestStop();
+    recv_thread_.RequestStop();
+    decoder_thread_.RequestStop();
+    return;
+  }
+  load_thread_.Stop();
+  recv_thread_.Stop();
+  decoder_thread_.Stop();
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::OnOwnThread() const {
+  return load_thread_.IsCurrent() || recv_thread_.IsCurrent() || decoder_thread_.IsCurrent();
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::StartLoad() {
+  return load_thread_.Start([this] { loader_->Run(load_thread_); });
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::StartRecv() {
+  return recv_thread_.Start([this] { RecvLoop(); });
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::StartDecoder() {
+  return decoder_thread_.Start([this] { DecodeLoop(); });
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::RecvLoop() {
+  Pacing pacing;
+  std::shared_ptr<Buffer> current = GetBuffer();
+  while (recv_thread_.Running()) {
+    const ReceiveTimer timer;
+    const bool received = input_->RecvPacket(current, int{PACKET_BUFFER_SIZE}, nullptr, true) > 0;
+    const bool backlog = received && timer.DidNotWait();
+    if (received) {
+      if (packet_queue_.Push(current) > MAX_QUEUED_PACKETS) packet_queue_.Clear();
+      current = GetBuffer();
+    }
+    pacing.Sleep(backlog    ? Pacing::Cycle::kBacklog
+                 : received ? Pacing::Cycle::kPacket
+                            : Pacing::Cycle::kIdle);
+  }
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::DecodeLoop() {
+  Pacing pacing;
+  while (decoder_thread_.Running()) {
+    if (loader_ && loader_->TakeRecord()) ApplyCheckParam();  // between two packets, never inside one
+    bool more = false;
+    const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
+    if (packet) {
+      decoder_->ProcessMsopPacket(packet->data.get() + packet->offset, packet->length, 0);
+      free_queue_.Push(packet);
+    }
+    pacing.Sleep(more ? Pacing::Cycle::kBacklog : packet ? Pacing::Cycle::kPacket : Pacing::Cycle::kIdle);
+  }
+}
+
+template <typename PC>
+std::shared_ptr<Buffer> OnlineManager<PC>::Impl::GetBuffer() {
+  std::shared_ptr<Buffer> buffer = free_queue_.Pop();
+  return buffer ? buffer : std::make_shared<Buffer>();
+}
+
+// Delivery, on the decoding thread
+
+template <typename PC>
+void OnlineManager<PC>::Impl::SplitFrame(const uint16_t& /*laser_num*/, const double& timestamp) {
+  // Moved out, so that the application may be its only owner from the put callback on.
+  if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
+    cloud->timestamp = timestamp;
+    PutPointCloud(std::move(cloud));
+  }
+  decoder_->point_cloud_ = GetPointCloud();
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::SplitIMUFrame() {
+  PutImuMsg(std::move(decoder_->imu_msg_));
+  decoder_->imu_msg_ = GetImuMsg();
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::ErrorException(const Error& error) {
+  if (manager_->exception_) manager_->exception_(error);
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::PutPointCloud(std::shared_ptr<PC> cloud) {
+  if (manager_->put_point_cloud_) manager_->put_point_cloud_(std::move(cloud));
+}
+
+template <typename PC>
+std::shared_ptr<PC> OnlineManager<PC>::Impl::GetPointCloud() {
+  if (manager_->get_point_cloud_) return manager_->get_point_cloud_();
+  PrintLine(Colour::kYellow, "Error:Get point cloud call back is nullptr!");
+  return nullptr;
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::PutImuMsg(std::shared_ptr<ImuMsg> msg) {
+  if (manager_->put_imu_msg_) manager_->put_imu_msg_(std::move(msg));
+}
+
+template <typename PC>
+std::shared_ptr<ImuMsg> OnlineManager<PC>::Impl::GetImuMsg() {
+  return manager_->get_imu_msg_ ? manager_->get_imu_msg_() : nullptr;
+}
+
+template <typename PC>
+OnlineManager<PC>::OnlineManager() : impl_(std::make_shared<Impl>(this)) {}
+
+template <typename PC>
+OnlineManager<PC>::~OnlineManager() = default;
+
+template <typename PC>
+bool OnlineManager<PC>::Init(const DriverParam& param) {
+  return impl_->Init(param);
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Start() {
+  return impl_->Start();
+}
+
+template <typename PC>
+void OnlineManager<PC>::Stop() {
+  impl_->Stop();
+}
+
+#define ORVA_INSTANTIATE(PC) template class OnlineManager<PC>;
+ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
+#undef ORVA_INSTANTIATE
+
+}  // namespace tevoro::lidar

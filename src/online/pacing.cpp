@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "online/pacing.h"
+
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <ctime>
+
+namespace tevoro::lidar {
+namespace {
+
+constexpr unsigned long kDefaultSlack = 0;  // the kernel reads 0 as "the thread's default"
+constexpr unsigned long kExactSlack = 1;
+constexpr unsigned long kIdleSlack = 1'000'000;
+constexpr std::chrono::seconds kIdleAfter{1};
+
+}  // namespace
+
+void Pacing::Sleep(Cycle cycle) {
+  const unsigned long wanted = WantedSlack(cycle);
+  if (wanted != slack_ && prctl(PR_SET_TIMERSLACK, wanted, 0, 0, 0) == 0) slack_ = wanted;
+
+  timespec pause{0, 1000};
+  while (nanosleep(&pause, &pause) != 0 && errno == EINTR) {
+  }
+}
+
+unsigned long Pacing::WantedSlack(Cycle cycle) {
+  const Clock::time_point now = Clock::now();
+  if (cycle == Cycle::kIdle) return now - last_packet_ > kIdleAfter ? kIdleSlack : kDefaultSlack;
+  last_packet_ = now;
+  return cycle == Cycle::kBacklog ? kExactSlack : kDefaultSlack;
+}
+
+}  // namespace tevoro::lidar
