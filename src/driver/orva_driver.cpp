@@ -3,6 +3,7 @@
 
 #include "common/cloud_types.h"
 #include "driver/orva_driver_sdk.h"
+#include "online/online_manager.h"
 #include "pcap/pcap_manager.h"
 
 template <typename PC>
@@ -19,8 +20,11 @@ class OrvaDriver<PC>::Impl {
     // The earlier manager goes first: its port and threads are free when the new one starts.
     manager.reset();
     std::shared_ptr<tevoro::lidar::DriverManager<PC>> candidate;
-    if (param.input_type == ONLINE) return false;  // not served yet
-    candidate = std::make_shared<tevoro::lidar::PcapManager<PC>>();
+    if (param.input_type == ONLINE) {
+      candidate = std::make_shared<tevoro::lidar::OnlineManager<PC>>();
+    } else {
+      candidate = std::make_shared<tevoro::lidar::PcapManager<PC>>();
+    }
     candidate->RegisterPointCloudCallBack(put_point_cloud, get_point_cloud);
     candidate->RegisterImuCallBack(put_imu_msg, get_imu_msg);
     candidate->RegisterExceptionCallBack(exception);
