@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cmath>
+#include <cstdio>
 #include <limits>
 #include <memory>
 
 #include "packets.h"
 #include "param/check_param.h"
+#include "temp_folder.h"
 
 namespace orva::test {
 
@@ -42,6 +43,25 @@ inline std::unique_ptr<CheckParam> HostileCalibration(Random& random) {
   for (float& v : check->weight) v = Pick(random, 0, 2) == 0 ? value() : 0.5F;
   for (float& v : check->near_filter) v = Pick(random, 0, 1) == 0 ? value() : 3.0F;
   return check;
+}
+
+/// Writes a record as a calibration folder whose text gives back every bit.
+inline void WriteCalibration(const TempFolder& folder, const CheckParam& check) {
+  const auto write = [&folder](const std::string& name, const float* values, size_t count,
+                               const char* label) {
+    std::string text = label;
+    char number[32];
+    for (size_t i = 0; i < count; ++i) {
+      std::snprintf(number, sizeof(number), "%.9g%c", static_cast<double>(values[i]),
+                    i + 1 < count ? ',' : '\n');
+      text += number;
+    }
+    folder.Write(name, text);
+  };
+  write("azimuth.csv", check.azimuth, tevoro::lidar::CALIB_TABLE_ENTRIES, "");
+  write("elevation.csv", check.elevation, tevoro::lidar::CALIB_TABLE_ENTRIES, "");
+  write("weight.csv", check.weight, 4, "label,");
+  write("near_filter.csv", check.near_filter, 8, "");
 }
 
 }  // namespace orva::test

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -21,6 +22,8 @@ class ConsoleCapture {
   ~ConsoleCapture() {
     std::fflush(nullptr);
     dup2(saved_, descriptor_);
+    // A failed test's own message went the same way.
+    if (testing::Test::HasFailure()) std::fputs(Text().c_str(), stderr);
     close(saved_);
     close(file_);
   }

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -12,48 +10,9 @@
 #include "support/console_capture.h"
 #include "support/packets.h"
 #include "support/reference_decoder.h"
+#include "support/same.h"
 
 namespace orva::test {
-
-/// The same number to the last bit. Two NaNs are the same: which one an operation yields is not defined.
-template <typename Real>
-bool Same(Real a, Real b) {
-  return std::memcmp(&a, &b, sizeof(Real)) == 0 || (std::isnan(a) && std::isnan(b));
-}
-
-inline bool Same(const Point& a, const Point& b) {
-  return Same(a.x, b.x) && Same(a.y, b.y) && Same(a.z, b.z) && a.intensity == b.intensity &&
-         a.label == b.label;
-}
-inline bool Same(const PointTime& a, const PointTime& b) {
-  return Same(Point{a.x, a.y, a.z, a.intensity, a.label}, Point{b.x, b.y, b.z, b.intensity, b.label}) &&
-         Same(a.timestamp, b.timestamp);
-}
-inline bool Same(const PointSource& a, const PointSource& b) {
-  return Same(PointTime{a.x, a.y, a.z, a.intensity, a.label, a.timestamp},
-              PointTime{b.x, b.y, b.z, b.intensity, b.label, b.timestamp}) &&
-         a.source_distance == b.source_distance && a.source_reserved == b.source_reserved;
-}
-inline bool Same(const ImuMsg& a, const ImuMsg& b) {
-  return a.valid == b.valid && Same(a.timestamp, b.timestamp) &&
-         Same(a.angular_velocity_x, b.angular_velocity_x) &&
-         Same(a.angular_velocity_y, b.angular_velocity_y) &&
-         Same(a.angular_velocity_z, b.angular_velocity_z) &&
-         Same(a.linear_acceleration_x, b.linear_acceleration_x) &&
-         Same(a.linear_acceleration_y, b.linear_acceleration_y) &&
-         Same(a.linear_acceleration_z, b.linear_acceleration_z);
-}
-
-template <typename T>
-void ExpectSamePoints(const std::vector<T>& got, const std::vector<T>& want) {
-  ASSERT_EQ(got.size(), want.size());
-  for (size_t i = 0; i < got.size(); ++i) {
-    ASSERT_TRUE(Same(got[i], want[i]))
-        << "point " << i << ": got (" << got[i].x << ' ' << got[i].y << ' ' << got[i].z << ") want ("
-        << want[i].x << ' ' << want[i].y << ' ' << want[i].z << "), intensity " << got[i].intensity << '/'
-        << want[i].intensity << ", label " << got[i].label << '/' << want[i].label;
-  }
-}
 
 /// A cloud of the application's own kind, which keeps its points elsewhere.
 template <typename PC>
@@ -171,15 +130,5 @@ class DecoderRig {
   std::shared_ptr<PC> wanted_cloud_;
   ImuMsg wanted_imu_msg_;
 };
-
-inline DecoderParam OpenLimits() {
-  DecoderParam param;
-  param.max_distance = 1000.0F;
-  param.min_azimuth = -180.0F;
-  param.max_azimuth = 180.0F;
-  param.min_elevation = -90.0F;
-  param.max_elevation = 90.0F;
-  return param;
-}
 
 }  // namespace orva::test

@@ -110,6 +110,17 @@ class Packet {
   std::vector<uint8_t> bytes_;
 };
 
+/// Lets every finite point pass.
+inline DecoderParam OpenLimits() {
+  DecoderParam param;
+  param.max_distance = 1000.0F;
+  param.min_azimuth = -180.0F;
+  param.max_azimuth = 180.0F;
+  param.min_elevation = -90.0F;
+  param.max_elevation = 90.0F;
+  return param;
+}
+
 using Random = std::mt19937;
 
 inline unsigned Pick(Random& random, unsigned first, unsigned last) {

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+
+#include "input/input_factory.h"
+#include "support/capture_file.h"
+#include "support/console_capture.h"
+#include "support/temp_folder.h"
+
+namespace orva::test {
+namespace {
+
+using tevoro::lidar::Buffer;
+
+constexpr uint16_t kPort = 2368;
+
+Bytes Payload(uint8_t number, size_t length = 100) {
+  return Bytes(length, number);
+}
+
+class InputPcapTest : public testing::Test {
+ protected:
+  bool Open(const std::string& path, uint16_t port = kPort) {
+    InputParam param;
+    param.msop_port = port;
+    param.pcap_path = path;
+    const ConsoleCapture out;
+    const ConsoleCapture error(STDERR_FILENO);
+    input_ = tevoro::lidar::InputFactory::CreateInput(PCAP, param);
+    const bool open = input_->Init();
+    EXPECT_EQ(out.Text(), "pcap_file:" + path + "\n");
+    error_text_ = error.Text();
+    return open;
+  }
+  bool Open(const Bytes& bytes) {
+    WriteBytes(path_, bytes);
+    return Open(path_);
+  }
+
+  /// One call. What it left in the buffer is in `payload_`.
+  int Receive(long* position = nullptr, bool record = false) {
+    auto buffer = std::make_shared<Buffer>();
+    buffer->length = 4711;
+    const int result = input_->RecvPacket(buffer, 1546, position, record);
+    if (result > 0) {
+      EXPECT_EQ(buffer->offset, 0U);
+      EXPECT_EQ(buffer->length, static_cast<uint64_t>(result));
+      payload_.assign(buffer->data.get(), buffer->data.get() + result);
+    } else {
+      EXPECT_EQ(buffer->length, 4711U) << "untouched";
+    }
+    return result;
+  }
+  std::vector<int> ReceiveAll() {
+    std::vector<int> results;
+    do {
+      results.push_back(Receive());
+    } while (results.back() != -1 && results.size() < 1000);
+    return results;
+  }
+
+  TempFolder folder_;
+  const std::string path_ = folder_.Path("capture.pcap");
+  std::shared_ptr<tevoro::lidar::Input> input_;
+  Bytes payload_;
+  std::string error_text_;
+};
+
+TEST_F(InputPcapTest, TakesTheDatagramsOfThePort) {
+  {
+    CaptureFile file(path_);
+    file.Datagram(kPort, Payload(1, 1360)).Datagram(kPort + 1, Payload(2)).Datagram(kPort, Payload(3, 1));
+    file.Record(LinkFrame(DLT_EN10MB, Bytes(46, 0), 0x0806));              // ARP
+    file.Record(LinkFrame(DLT_EN10MB, Ipv4Udp(kPort, Payload(4), 0, 6)));  // TCP
+    file.Datagram(kPort, {}).Datagram(kPort, Payload(5, 1546)).Datagram(kPort, Payload(6, 1547));
+  }
+  ASSERT_TRUE(Open(path_));
+  EXPECT_EQ(ReceiveAll(), (std::vector<int>{1360, 0, 1, 0, 0, 0, 1546, 0, -1}))
+      << "too large counts as rejected";
+  EXPECT_EQ(payload_, Payload(5, 1546));
+  EXPECT_EQ(Receive(), -1) << "the end stays";
+  ASSERT_TRUE(Open(path_, 0));
+  EXPECT_EQ(ReceiveAll(), (std::vector<int>{1360, 100, 1, 0, 0, 0, 1546, 0, -1}))
+      << "port 0 takes every datagram";
+}
+
+/// Positions that were recorded on the way lead back to the same records, in any encoding of the file.
+TEST_F(InputPcapTest, ReturnsToRecordedPositions) {
+  const auto write = [this](bool nanoseconds) {
+    CaptureFile file(path_, DLT_EN10MB, nanoseconds);
+    for (uint8_t i = 0; i < 20; ++i) file.Datagram(i % 3 == 2 ? 9 : kPort, Payload(i, 10U + 7U * i));
+  };
+  write(false);
+  const Bytes classic = ReadBytes(path_);
+  write(true);
+  const std::pair<const char*, Bytes> encodings[] = {{"classic", classic},
+                                                     {"nanoseconds", ReadBytes(path_)},
+                                                     {"byte-swapped", ByteSwapped(classic)},
+                                                     {"pcapng", Pcapng(classic)}};
+  for (const auto& [name, bytes] : encodings) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(Open(bytes));
+    std::vector<std::pair<long, Bytes>> records;
+    long position = -1;
+    int result = 0;
+    while ((result = Receive(&position, true)) != -1) {
+      if (result > 0) records.emplace_back(position, payload_);
+    }
+    EXPECT_EQ(position, static_cast<long>(bytes.size()));
+    ASSERT_EQ(records.size(), 14U);
+    for (const size_t i : {13U, 0U, 7U, 7U}) {
+      long wanted = records[i].first;
+      ASSERT_GT(Receive(&wanted, false), 0);
+      EXPECT_EQ(payload_, records[i].second);
+      EXPECT_EQ(wanted, records[i].first);
+    }
+    while ((result = Receive()) == 0) {
+    }
+    EXPECT_EQ(payload_, records[8].second) << "reading goes on behind the record";
+  }
+}
+
+TEST_F(InputPcapTest, FindsThePayloadBehindEveryLinkHeader) {
+  for (const int link_type : {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW, DLT_NULL}) {
+    SCOPED_TRACE(pcap_datalink_val_to_name(link_type));
+    {
+      CaptureFile file(path_, link_type);
+      file.Datagram(kPort, Payload(1)).Datagram(kPort, Payload(2), 1).Datagram(kPort, Payload(3), 10);
+    }
+    ASSERT_TRUE(Open(path_));
+    for (uint8_t number = 1; number <= 3; ++number) {
+      ASSERT_EQ(Receive(), 100);
+      EXPECT_EQ(payload_, Payload(number));
+    }
+  }
+  { CaptureFile(path_, DLT_IEEE802_11).Record(Bytes(60, 0)); }
+  EXPECT_FALSE(Open(path_));
+  EXPECT_FALSE(error_text_.empty()) << "says which link types it reads";
+  EXPECT_EQ(error_text_.back(), '\n');
+}
+
+TEST_F(InputPcapTest, SkipsWhatIsNotWhole) {
+  {
+    CaptureFile file(path_);
+    const Bytes frame = LinkFrame(DLT_EN10MB, Ipv4Udp(kPort, Payload(9)));
+    file.Record(frame, 1).Record(frame, 101).Datagram(kPort, Payload(7)).Record(Bytes(5, 1)).Record({});
+    Bytes short_header = frame;
+    short_header.resize(14 + 20 + 7);
+    file.Record(short_header);
+    Bytes long_options = frame;
+    long_options[14] = 0x4F;  // claims 60 bytes of header: the ports are then payload bytes
+    file.Record(long_options).Datagram(kPort, Payload(8));
+  }
+  ASSERT_TRUE(Open(path_));
+  EXPECT_EQ(ReceiveAll(), (std::vector<int>{0, 0, 100, 0, 0, 0, 0, 100, -1}));
+  EXPECT_EQ(payload_, Payload(8));
+
+  Bytes cut = ReadBytes(path_);
+  cut.resize(cut.size() - 50);
+  ASSERT_TRUE(Open(cut)) << "a file that ends inside a record plays up to there";
+  EXPECT_EQ(ReceiveAll(), (std::vector<int>{0, 0, 100, 0, 0, 0, 0, -1}));
+}
+
+TEST_F(InputPcapTest, RefusesWhatIsNoCapture) {
+  EXPECT_FALSE(Open(folder_.Path("missing.pcap")));
+  EXPECT_FALSE(Open(folder_.Write("empty.pcap", "")));
+  EXPECT_FALSE(Open(folder_.Write("garbage.pcap", std::string(5000, 'x'))));
+  EXPECT_FALSE(Open(folder_.Path()));
+}
+
+/// Positions beyond 32 bits. The hole in the file is jumped over, never read.
+TEST_F(InputPcapTest, ReachesBeyondFourGigabytes) {
+  { CaptureFile(path_).Datagram(kPort, Payload(2)).Datagram(kPort, Payload(3)); }
+  const Bytes bytes = ReadBytes(path_);
+  { CaptureFile(path_).Datagram(kPort, Payload(1)); }
+  constexpr long kFar = 5'000'000'000;
+  {
+    std::fstream file(path_, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(kFar);
+    file.write(reinterpret_cast<const char*>(bytes.data()) + 24,
+               static_cast<std::streamsize>(bytes.size() - 24));
+  }
+  ASSERT_TRUE(Open(path_));
+  long first = -1;
+  EXPECT_EQ(Receive(&first, true), 100);
+  EXPECT_EQ(first, 24);
+  long position = kFar;
+  EXPECT_EQ(Receive(&position, false), 100);
+  EXPECT_EQ(payload_, Payload(2));
+  EXPECT_EQ(Receive(&position, true), 100);
+  EXPECT_EQ(position, kFar + 16 + 142);
+  EXPECT_EQ(payload_, Payload(3));
+  EXPECT_EQ(Receive(&first, false), 100);
+  EXPECT_EQ(payload_, Payload(1));
+  EXPECT_EQ(Receive(&position, false), 100);
+  EXPECT_EQ(payload_, Payload(3));
+}
+
+TEST(InputFactory, RefusesUnknownTypes) {
+  const ConsoleCapture console;
+  EXPECT_EQ(tevoro::lidar::InputFactory::CreateInput(static_cast<InputType>(2), InputParam()), nullptr);
+  EXPECT_EQ(console.Text(), "\033[1m\033[31mWrong Input Type. Please check your LiDAR Version! \033[0m\n");
+}
+
+}  // namespace
+}  // namespace orva::test

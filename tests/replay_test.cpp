@@ -1,0 +1,341 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Recordings through the public API.
+#include <gtest/gtest.h>
+
+#include "support/calibrations.h"
+#include "support/console_capture.h"
+#include "support/player.h"
+#include "support/recording.h"
+#include "support/same.h"
+
+namespace orva::test {
+namespace {
+
+template <typename PC>
+class Replay : public testing::Test {};
+using CloudTypes = testing::Types<PointCloud<Point>, PointCloud<PointTime>, PointCloud<PointSource>>;
+TYPED_TEST_SUITE(Replay, CloudTypes);
+
+TYPED_TEST(Replay, PlaysEveryModelAsTranscribed) {
+  Random random(5);
+  const TempFolder folder;
+  const auto check = PlausibleCalibration(random);
+  WriteCalibration(folder, *check);
+  for (const WireLayout& layout : WIRE_LAYOUTS) {
+    SCOPED_TRACE(layout.name);
+    const TempFolder captures;
+    const std::vector<Packet> packets = FiveSweeps(random, layout.model);
+    DriverParam param = ReplayParam(layout.model, captures.Path("sweeps.pcap"));
+    WriteRecording(param.input_param.pcap_path, packets);
+    param.calib_from_lidar = true;  // a replay reads the folder all the same
+    param.calibration_param.calib_folder = folder.Path();
+    param.decoder_param.use_transform = true;
+    param.decoder_param.yaw = 33.0F;
+    ReferencePlayer<TypeParam> reference(layout.model, param.decoder_param, packets);
+    // TS4 and TS4A want four times the values, so their calibration stays at its defaults.
+    reference.decoder->Update(*check);
+
+    const ConsoleCapture quiet;
+    Player<TypeParam> player;
+    ASSERT_TRUE(player.driver.InitDriver(param));
+    ASSERT_TRUE(player.driver.Start());
+    const int frames = player.WaitIndexed();
+    ASSERT_EQ(frames, static_cast<int>(reference.index.size()));
+    EXPECT_FALSE(player.driver.SetLocalFrame(-1));
+    EXPECT_FALSE(player.driver.SetLocalFrame(frames));
+    for (const int frame : {0, 1, 2, 3, 4, 4, 1, 1, 0}) {
+      if (frame >= frames) continue;
+      SCOPED_TRACE(testing::Message() << "frame " << frame);
+      reference.Play(static_cast<size_t>(frame));
+      player.Play(frame);
+      ASSERT_NE(player.Wait(reference.clouds.size()), nullptr);
+    }
+    ASSERT_EQ(player.Count(), reference.clouds.size());
+    for (size_t i = 0; i < reference.clouds.size(); ++i) {
+      SCOPED_TRACE(testing::Message() << "cloud " << i);
+      ASSERT_NO_FATAL_FAILURE(ExpectSameCloud(*player.Wait(i + 1), *reference.clouds[i]));
+    }
+  }
+}
+
+class ReplayTest : public testing::Test {
+ protected:
+  using Cloud = PointCloud<Point>;
+
+  /// Full packets of one point each side of the marker: sweep k ends in block 15 of packet 3k + 2, and its
+  /// points carry the number of their packet as intensity.
+  DriverParam Sweeps(int sweeps) {
+    std::vector<Packet> packets;
+    for (int i = 0; i < 3 * sweeps; ++i) {
+      packets.emplace_back(TS4B);
+      for (size_t k = 0; k < 32; ++k) packets.back().Intensity(k, static_cast<unsigned>(i));
+      if (i % 3 == 2) packets.back().FrameEnd(15);
+    }
+    WriteRecording(folder_.Path("sweeps.pcap"), packets);
+    return ReplayParam(TS4B, folder_.Path("sweeps.pcap"));
+  }
+  /// First and last packet of a cloud, and its size.
+  static std::vector<size_t> Extent(const std::shared_ptr<Cloud>& cloud) {
+    if (cloud == nullptr) return {};
+    const auto& points = cloud->points;
+    if (points.empty()) return {0};
+    return {points.front().intensity, points.back().intensity, points.size()};
+  }
+
+  TempFolder folder_;
+  ConsoleCapture console_;
+};
+
+TEST_F(ReplayTest, SaysItsLinesInOrder) {
+  DriverParam param = Sweeps(1);
+  const TempFolder calibration;
+  param.calibration_param.calib_folder = calibration.Path();
+  calibration.Write("near_filter.csv", "1");
+  {
+    Player<Cloud> player;
+    ASSERT_TRUE(player.driver.InitDriver(param));
+    int frames = -7;
+    EXPECT_FALSE(player.driver.GetLocalFileStatus(frames));
+    EXPECT_FALSE(player.driver.SetLocalFrame(0));
+    EXPECT_EQ(frames, -7);
+    EXPECT_EQ(console_.Text(), "type:33\n文件: \"" + calibration.Path("near_filter.csv") +
+                                   "\"\npcap_file:" + folder_.Path("sweeps.pcap") + "\n");
+    ASSERT_TRUE(player.driver.Start());
+    EXPECT_TRUE(player.driver.Start()) << "runs already";
+    EXPECT_EQ(player.WaitIndexed(), 2);
+    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return console_.Text().back() == '\n'; }));
+  }
+  const std::string text = console_.Text();
+  const std::string finished = "\033[1m\033[32mpcap file is load finished!\033[0m\n";
+  EXPECT_EQ(text.substr(text.size() - finished.size()), finished);
+}
+
+TEST_F(ReplayTest, MissingCallbacks) {
+  const std::string yellow = "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n";
+  const auto count_yellow = [&] {
+    const std::string text = console_.Text();
+    int count = 0;
+    for (size_t at = text.find(yellow); at != std::string::npos; at = text.find(yellow, at + 1)) ++count;
+    return count;
+  };
+  const DriverParam param = Sweeps(2);
+  const auto play_out = [](OrvaDriver<Cloud>& driver) {
+    int frames = 0;
+    ASSERT_TRUE(driver.Start());
+    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return driver.GetLocalFileStatus(frames); }));
+    ASSERT_TRUE(driver.SetLocalFrame(1));
+    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return driver.SetLocalFrame(0); }))
+        << "the first play has ended";
+    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return driver.SetLocalFrame(0); }));
+    driver.Stop();
+  };
+  int calls = 0;
+  {
+    OrvaDriver<Cloud> driver;
+    ASSERT_TRUE(driver.InitDriver(param));
+    EXPECT_EQ(count_yellow(), 1);
+    driver.RegisterPointCloudCallBack([&](auto) { ++calls; }, [] { return std::make_shared<Cloud>(); });
+    play_out(driver);
+    EXPECT_GE(count_yellow(), 3) << "once for each cloud that is needed";
+    EXPECT_EQ(calls, 0) << "what is registered after InitDriver waits for the next";
+    ASSERT_TRUE(driver.InitDriver(param));
+    play_out(driver);
+    EXPECT_GE(calls, 2);
+  }
+  const int before = count_yellow();
+  OrvaDriver<Cloud> driver;
+  driver.RegisterPointCloudCallBack([&](auto) { calls += 1000; }, [] { return std::shared_ptr<Cloud>(); });
+  ASSERT_TRUE(driver.InitDriver(param));
+  play_out(driver);
+  driver.RegisterPointCloudCallBack(nullptr, [] { return std::make_shared<Cloud>(); });
+  ASSERT_TRUE(driver.InitDriver(param));
+  play_out(driver);
+  EXPECT_EQ(count_yellow(), before) << "a null cloud says nothing";
+  EXPECT_LT(calls, 1000) << "and is not delivered";
+}
+
+TEST_F(ReplayTest, FramesOfARecording) {
+  const DriverParam param = Sweeps(3);
+  Player<Cloud> player;
+  ASSERT_TRUE(player.driver.InitDriver(param));
+  ASSERT_TRUE(player.driver.Start());
+  ASSERT_EQ(player.WaitIndexed(), 4) << "three marked frames and what follows the last marker";
+  using Extents = std::vector<size_t>;
+  EXPECT_EQ(Extent(player.Play(0)), (Extents{0, 2, 96}));
+  EXPECT_EQ(Extent(player.Play(1)), (Extents{2, 5, 16 + 96}));
+  EXPECT_EQ(Extent(player.Play(1)), (Extents{2, 5, 16 + 96}));
+  EXPECT_EQ(Extent(player.Play(3)), (Extents{8, 8, 16})) << "ends with the file";
+  EXPECT_EQ(Extent(player.Play(0)), (Extents{0, 2, 96})) << "and the file can be read again";
+}
+
+TEST_F(ReplayTest, StartGoesOnWhereStopLeftTheFile) {
+  Player<Cloud> player;
+  ASSERT_TRUE(player.driver.InitDriver(Sweeps(3)));
+  ASSERT_TRUE(player.driver.Start());
+  ASSERT_EQ(player.WaitIndexed(), 4);
+  player.driver.Stop();
+  player.driver.Stop();
+  ASSERT_TRUE(player.driver.Start());
+  EXPECT_EQ(player.WaitIndexed(), 4) << "the file stood at its end";
+  player.Play(0);
+  player.driver.Stop();
+  ASSERT_TRUE(player.driver.Start());
+  EXPECT_EQ(player.WaitIndexed(), 6) << "two markers are read a second time";
+  EXPECT_EQ(Extent(player.Play(4)), (std::vector<size_t>{5, 8, 112}));
+}
+
+/// A cloud that looks at the driver's status while it is filled.
+struct CancellingCloud : PointCloud<Point> {
+  void PushPoint(const Point& point) override {
+    points.push_back(point);
+    if (points.size() == cancel_at) on_cancel();
+  }
+  size_t cancel_at = 0;
+  std::function<void()> on_cancel;
+};
+
+TEST_F(ReplayTest, StatusCancelsAPlay) {
+  for (const size_t cancel_at : {5U, 40U}) {  // in the first packet, whose decoding holds the lock, and later
+    SCOPED_TRACE(cancel_at);
+    bool first = true;
+    int frames = 0;
+    OrvaDriver<Cloud>* driver = nullptr;
+    std::atomic<int> cancelled{0};
+    Player<Cloud> player([&] {
+      auto cloud = std::make_shared<CancellingCloud>();
+      if (first) cloud->cancel_at = cancel_at;
+      cloud->on_cancel = [&] {
+        EXPECT_FALSE(driver->SetLocalFrame(2)) << "a play is under way";
+        EXPECT_TRUE(driver->GetLocalFileStatus(frames));
+        EXPECT_EQ(frames, 4);
+        cancelled = 1;
+      };
+      first = false;
+      return cloud;
+    });
+    driver = &player.driver;
+    ASSERT_TRUE(player.driver.InitDriver(Sweeps(3)));
+    ASSERT_TRUE(player.driver.Start());
+    ASSERT_EQ(player.WaitIndexed(), 4);
+    ASSERT_TRUE(player.driver.SetLocalFrame(0));
+    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return cancelled == 1; }));
+    // The packet under way is decoded to its end; its points open the cloud of the next play.
+    const size_t kept = cancel_at == 5 ? 32 : 64;
+    EXPECT_EQ(Extent(player.Play(1)), (std::vector<size_t>{0, 5, kept + 16 + 96}));
+  }
+}
+
+/// A request made after a cancel counts, though the turn that was cancelled is still at work.
+TEST_F(ReplayTest, ACallbackMayCancelAndAskForMore) {
+  Player<Cloud> player;
+  bool asked = false;
+  player.on_cloud = [&](Cloud&) {
+    if (asked) return;
+    asked = true;
+    int frames = 0;
+    EXPECT_FALSE(player.driver.SetLocalFrame(2));
+    EXPECT_TRUE(player.driver.GetLocalFileStatus(frames));
+    EXPECT_TRUE(player.driver.SetLocalFrame(2));
+  };
+  ASSERT_TRUE(player.driver.InitDriver(Sweeps(3)));
+  ASSERT_TRUE(player.driver.Start());
+  ASSERT_EQ(player.WaitIndexed(), 4);
+  ASSERT_NE(player.Play(0), nullptr);
+  EXPECT_EQ(Extent(player.Wait(2)), (std::vector<size_t>{5, 8, 112}));
+}
+
+TEST_F(ReplayTest, ACallbackMayStop) {
+  Player<Cloud> player;
+  player.on_cloud = [&](Cloud&) { player.driver.Stop(); };
+  ASSERT_TRUE(player.driver.InitDriver(Sweeps(3)));
+  for (const int rounds : {1, 2, 3}) {
+    SCOPED_TRACE(rounds);
+    ASSERT_TRUE(player.driver.Start()) << "joins the thread that stopped itself";
+    ASSERT_GE(player.WaitIndexed(), 4);
+    ASSERT_NE(player.Play(1), nullptr);
+  }
+}
+
+TEST_F(ReplayTest, BadPacketsAreReportedAndSkipped) {
+  using SourceCloud = PointCloud<PointSource>;  // a cloud type of its own, since reports are counted by type
+  const std::string path = folder_.Path("bad.pcap");
+  {
+    CaptureFile file(path);
+    Packet bad(TS4B);
+    bad.Put(0, 0, 1);
+    file.Datagram(kRecordingPort, Bytes(1000, 1));  // the first record is frame 0, be it refused
+    for (int i = 0; i < 3; ++i) file.Datagram(kRecordingPort, bad.bytes());
+    file.Datagram(1, Packet(TS4B).bytes()).Datagram(kRecordingPort, Packet(TS4B).FrameEnd(0).bytes());
+  }
+  Player<SourceCloud> player;
+  ASSERT_TRUE(player.driver.InitDriver(ReplayParam(TS4B, path)));
+  ASSERT_TRUE(player.driver.Start());
+  ASSERT_EQ(player.WaitIndexed(), 2);
+  EXPECT_EQ(player.Errors(), (std::vector<int>{65, 66}));
+  const size_t said = console_.Text().size();
+  const auto cloud = player.Play(0);
+  ASSERT_NE(cloud, nullptr);
+  EXPECT_EQ(cloud->points.size(), 32U);
+  EXPECT_EQ(player.Errors(), (std::vector<int>{65, 66, 65, 66}));
+  EXPECT_EQ(console_.Text().substr(said), "ProcessMsopPacket MSOP_LEN:1360 size:1000\n" +
+                                              std::string("ProcessMsopPacket MSOP_ID\n") +
+                                              "ProcessMsopPacket MSOP_ID\n" + "ProcessMsopPacket MSOP_ID\n");
+}
+
+TEST_F(ReplayTest, NothingMatchesThePort) {
+  DriverParam param = Sweeps(2);
+  param.input_param.msop_port = 4711;
+  Player<Cloud> player;
+  ASSERT_TRUE(player.driver.InitDriver(param));
+  ASSERT_TRUE(player.driver.Start());
+  EXPECT_EQ(player.WaitIndexed(), 0);
+  EXPECT_FALSE(player.driver.SetLocalFrame(0));
+}
+
+/// A calibration folder of any kind never fails a replay; one that does not load whole is not applied.
+TEST_F(ReplayTest, CalibrationFoldersThatDoNotLoad) {
+  DriverParam param = Sweeps(1);
+  Random random(1);
+  const TempFolder calibration;
+  const auto check = PlausibleCalibration(random);
+  WriteCalibration(calibration, *check);
+  calibration.Write("weight_again.csv", "w,1,2,3,4");
+  std::filesystem::create_directory_symlink(".", folder_.Path("again"));
+  for (const std::string& path : {calibration.Path(), folder_.Path("missing"), folder_.Path("sweeps.pcap"),
+                                  folder_.Path(), std::string()}) {
+    SCOPED_TRACE(path);
+    param.calibration_param.calib_folder = path;
+    Player<Cloud> player;
+    ASSERT_TRUE(player.driver.InitDriver(param));
+    ASSERT_TRUE(player.driver.Start());
+    ASSERT_EQ(player.WaitIndexed(), 2);
+    const auto cloud = player.Play(0);
+    ASSERT_NE(cloud, nullptr);
+    EXPECT_EQ(cloud->points[0].y, 0.0F) << "uncalibrated: straight ahead";
+  }
+}
+
+TEST_F(ReplayTest, TwoDriversNeverShareALine) {
+  const std::string path = folder_.Path("bad.pcap");
+  {
+    CaptureFile file(path);
+    for (int i = 0; i < 2000; ++i) file.Datagram(kRecordingPort, Bytes(1000, 1));
+  }
+  Player<Cloud> players[2];
+  for (auto& player : players) {
+    ASSERT_TRUE(player.driver.InitDriver(ReplayParam(TS4B, path)));
+    ASSERT_TRUE(player.driver.Start());
+    ASSERT_EQ(player.WaitIndexed(), 1);
+  }
+  const size_t said = console_.Text().size();
+  for (auto& player : players) ASSERT_TRUE(player.driver.SetLocalFrame(0));
+  for (auto& player : players) ASSERT_NE(player.Wait(1), nullptr);
+  const std::string line = "ProcessMsopPacket MSOP_LEN:1360 size:1000\n";
+  std::string wanted;
+  for (int i = 0; i < 4000; ++i) wanted += line;
+  EXPECT_EQ(console_.Text().substr(said), wanted);
+}
+
+}  // namespace
+}  // namespace orva::test

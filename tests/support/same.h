@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Equality of results, to the last bit.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "orva_driver.h"
+
+namespace orva::test {
+
+/// The same number to the last bit. Two NaNs are the same: which one an operation yields is not defined.
+template <typename Real>
+bool Same(Real a, Real b) {
+  return std::memcmp(&a, &b, sizeof(Real)) == 0 || (std::isnan(a) && std::isnan(b));
+}
+
+inline bool Same(const Point& a, const Point& b) {
+  return Same(a.x, b.x) && Same(a.y, b.y) && Same(a.z, b.z) && a.intensity == b.intensity &&
+         a.label == b.label;
+}
+inline bool Same(const PointTime& a, const PointTime& b) {
+  return Same(Point{a.x, a.y, a.z, a.intensity, a.label}, Point{b.x, b.y, b.z, b.intensity, b.label}) &&
+         Same(a.timestamp, b.timestamp);
+}
+inline bool Same(const PointSource& a, const PointSource& b) {
+  return Same(PointTime{a.x, a.y, a.z, a.intensity, a.label, a.timestamp},
+              PointTime{b.x, b.y, b.z, b.intensity, b.label, b.timestamp}) &&
+         a.source_distance == b.source_distance && a.source_reserved == b.source_reserved;
+}
+inline bool Same(const ImuMsg& a, const ImuMsg& b) {
+  return a.valid == b.valid && Same(a.timestamp, b.timestamp) &&
+         Same(a.angular_velocity_x, b.angular_velocity_x) &&
+         Same(a.angular_velocity_y, b.angular_velocity_y) &&
+         Same(a.angular_velocity_z, b.angular_velocity_z) &&
+         Same(a.linear_acceleration_x, b.linear_acceleration_x) &&
+         Same(a.linear_acceleration_y, b.linear_acceleration_y) &&
+         Same(a.linear_acceleration_z, b.linear_acceleration_z);
+}
+
+template <typename T>
+void ExpectSamePoints(const std::vector<T>& got, const std::vector<T>& want) {
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < got.size(); ++i) {
+    ASSERT_TRUE(Same(got[i], want[i]))
+        << "point " << i << ": got (" << got[i].x << ' ' << got[i].y << ' ' << got[i].z << ") want ("
+        << want[i].x << ' ' << want[i].y << ' ' << want[i].z << "), intensity " << got[i].intensity << '/'
+        << want[i].intensity << ", label " << got[i].label << '/' << want[i].label;
+  }
+}
+
+template <typename PC>
+void ExpectSameCloud(const PC& got, const PC& want) {
+  ASSERT_NO_FATAL_FAILURE(ExpectSamePoints(got.points, want.points));
+  EXPECT_TRUE(Same(got.timestamp, want.timestamp)) << got.timestamp << " instead of " << want.timestamp;
+  EXPECT_EQ(got.status_word, want.status_word);
+  EXPECT_EQ(got.status_byte, want.status_byte);
+  EXPECT_TRUE(Same(got.temperature_a, want.temperature_a));
+  EXPECT_TRUE(Same(got.temperature_b, want.temperature_b));
+}
+
+}  // namespace orva::test
