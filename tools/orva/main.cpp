@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <exception>
 #include <string>
 
+#include "commands.h"
 #include "failure.h"
 #include "orva_driver.h"
+#include "terminal.h"
 
 namespace {
 
@@ -17,9 +18,8 @@ constexpr const char* kFooter =
     "capture and its calibration goes to standard output.\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
 
-int Complain(const std::string& text, int exit_code) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "orva: %s\n", text.c_str());
+int End(const std::string& text, int exit_code) {
+  orva::Complain(text);
   return exit_code;
 }
 
@@ -30,17 +30,20 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "orva " ORVA_DRIVER_VERSION_STRING);
   app.footer(kFooter);
   app.require_subcommand(1);
+  orva::AddReplay(app);
+  orva::AddRender(app);
+  orva::AddLive(app);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& request) {  // --help, --version
     return app.exit(request);
   } catch (const CLI::ParseError& error) {
-    return Complain(std::string(error.what()) + "\nTry 'orva --help' or 'orva COMMAND --help'.", kWrongUsage);
+    return End(std::string(error.what()) + "\nTry 'orva --help' or 'orva COMMAND --help'.", kWrongUsage);
   } catch (const orva::WrongUsage& error) {
-    return Complain(error.what(), kWrongUsage);
+    return End(error.what(), kWrongUsage);
   } catch (const std::exception& error) {
-    return Complain(error.what(), kFailed);
+    return End(error.what(), kFailed);
   }
   return 0;
 }
