@@ -104,7 +104,7 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts) {
   const std::string port = std::to_string(options.param.input_param.msop_port);
   const ModelTraits& model = TraitsOf(options.param.lidar_type);
   if (counts.frames == 0 && counts.length_faults + counts.id_faults > 0) {
-    throw Failure("what arrives on port " + port + " are no packets of a " + model.name +
+    throw Failure("what arrives on port " + port + " are no packets of the model " + model.name +
                   ". Check --model and --port.");
   }
   if (counts.frames == 0 && !model.has_points) {

@@ -34,6 +34,9 @@ int main(int argc, char** argv) {
   orva::AddRender(app);
   orva::AddLive(app);
 
+  if (argc > 1 && argv[1][0] != '-' && app.get_subcommand_no_throw(argv[1]) == nullptr) {
+    return End(std::string("there is no command '") + argv[1] + "'. 'orva --help' lists them.", kWrongUsage);
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& request) {  // --help, --version

@@ -47,7 +47,7 @@ void RecordingSummary::Tell(const ReplaySession& session) const {
     }
   }
   if (session.saw_wrong_length() || session.saw_wrong_id()) {
-    Warn("some packets are not those of a " + name + " and were left out. --port may separate them.");
+    Warn("some packets are not of the model " + name + " and were left out. --port may separate them.");
   }
   if (empty_ == 1) {
     Say("Frame " + std::to_string(last_empty_) +

@@ -77,9 +77,9 @@ void RenderRecording(const RenderOptions& options) {
                   ": there is nothing to draw.");
   }
   CheckFrameList(options.frames);
-  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   CatchInterrupts();
   ReplaySession session(options.param);
+  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   const std::vector<int> frames = IndexWithProgress(session, options.frames);
   MakeFolder(options.out);
   RecordingSummary summary(options.param.lidar_type);

@@ -44,10 +44,10 @@ void Replay(const ReplayOptions& options) {
     files.emplace(options.out, options.formats, options.valid_only);
   }
   CheckFrameList(options.frames);
-  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   CatchInterrupts();
 
   ReplaySession session(options.param);
+  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   const std::vector<int> frames = IndexWithProgress(session, options.frames);
   if (files) {
     files->Open();
