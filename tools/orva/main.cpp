@@ -34,7 +34,11 @@ int main(int argc, char** argv) {
   orva::AddRender(app);
   orva::AddLive(app);
 
-  if (argc > 1 && argv[1][0] != '-' && app.get_subcommand_no_throw(argv[1]) == nullptr) {
+  const auto knows_command = [&app](const std::string& name) {
+    return !app.get_subcommands([&name](const CLI::App* command) { return command->get_name() == name; })
+                .empty();
+  };
+  if (argc > 1 && argv[1][0] != '-' && !knows_command(argv[1])) {
     return End(std::string("there is no command '") + argv[1] + "'. 'orva --help' lists them.", kWrongUsage);
   }
   try {

@@ -39,7 +39,7 @@ void RecordingSummary::Tell(const ReplaySession& session) const {
   }
   if (points_ == 0 && clouds_ > 0) {
     if (session.saw_wrong_length() || session.saw_wrong_id()) {
-      throw Failure("the packets of this recording are not those of a " + name +
+      throw Failure("the packets of this recording are not of the model " + name +
                     ". Check --model and --port.");
     }
     if (clouds_ > 1) {

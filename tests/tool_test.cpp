@@ -1,0 +1,318 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The orva program, run as a process on recordings and streams of the simulated sensor.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <png.h>
+#include <signal.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sim/capture_writer.h"
+#include "sim/sensor.h"
+#include "support/tool_process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using orva::test::ToolProcess;
+
+struct FilePoint {
+  float x, y, z, intensity;
+  uint32_t label;
+  double timestamp;
+
+  bool operator==(const FilePoint&) const = default;
+};
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+/// Cuts the packed records that follow a text header.
+std::vector<FilePoint> ParseBinary(const fs::path& path, const std::string& header_end) {
+  const std::string bytes = ReadFile(path);
+  const size_t start = bytes.find(header_end);
+  if (start == std::string::npos) {
+    ADD_FAILURE() << path << " has no header end";
+    return {};
+  }
+  std::vector<FilePoint> points;
+  size_t at = start + header_end.size();
+  EXPECT_EQ((bytes.size() - at) % 28, 0U);
+  for (; at + 28 <= bytes.size(); at += 28) {
+    FilePoint point;
+    std::memcpy(&point.x, &bytes[at], 16);
+    std::memcpy(&point.label, &bytes[at + 16], 4);
+    std::memcpy(&point.timestamp, &bytes[at + 20], 8);
+    points.push_back(point);
+  }
+  return points;
+}
+
+std::vector<FilePoint> ParseCsv(const fs::path& path) {
+  std::istringstream file(ReadFile(path));
+  std::string line;
+  std::getline(file, line);
+  EXPECT_EQ(line, "x,y,z,intensity,label,timestamp");
+  std::vector<FilePoint> points;
+  while (std::getline(file, line)) {
+    FilePoint point = {};
+    EXPECT_EQ(std::sscanf(line.c_str(), "%f,%f,%f,%f,%u,%lf", &point.x, &point.y, &point.z, &point.intensity,
+                          &point.label, &point.timestamp),
+              6);
+    points.push_back(point);
+  }
+  return points;
+}
+
+std::set<std::string> Names(const fs::path& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    names.insert(entry.path().filename());
+  }
+  return names;
+}
+
+class ToolTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = fs::temp_directory_path() / "orva_tool_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return folder_ / name; }
+
+  /// Writes NAME.pcap and, where the model has one, the calibration folder NAME. Returns the truth of frame
+  /// 0.
+  std::vector<orva::sim::TrueHit> Record(const std::string& name, LidarType model, uint64_t frames) {
+    orva::sim::Sensor sensor({.model = model, .frames = frames});
+    orva::sim::CaptureWriter file(Path(name + ".pcap"));
+    std::vector<orva::sim::TrueHit> truth;
+    orva::sim::TimedPacket packet;
+    for (uint32_t i = 0; sensor.Next(packet); ++i) {
+      file.Write(packet);
+      if (i < sensor.PacketsPerFrame()) {
+        truth.insert(truth.end(), sensor.Truth().begin(), sensor.Truth().end());
+      }
+    }
+    file.Finish();
+    if (sensor.GetModel().has_calibration) {
+      orva::sim::WriteCalibrationFolder(sensor.GetCalibration(), sensor.GetModel(), Path(name));
+    }
+    return truth;
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(ToolTest, ReplayGivesTheSceneBackInEveryFormat) {
+  const auto truth = Record("street", TS4B, 2);
+  ToolProcess tool({"replay", Path("street.pcap"), "--model", "ts4b", "--calib", Path("street"), "--out",
+                    Path("out"), "--format", "pcd,ply,csv"});
+  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+  EXPECT_NE(tool.errors().find("Frame 2 is empty"), std::string::npos) << tool.errors();
+  EXPECT_EQ(Names(Path("out")),
+            (std::set<std::string>{"frame_0000.pcd", "frame_0000.ply", "frame_0000.csv", "frame_0001.pcd",
+                                   "frame_0001.ply", "frame_0001.csv"}));
+
+  const auto points = ParseBinary(Path("out/frame_0000.pcd"), "DATA binary\n");
+  EXPECT_EQ(points, ParseBinary(Path("out/frame_0000.ply"), "end_header\n"));
+  EXPECT_EQ(points, ParseCsv(Path("out/frame_0000.csv")));
+  const std::string header = ReadFile(Path("out/frame_0000.pcd")).substr(0, 300);
+  EXPECT_NE(header.find("FIELDS x y z intensity label timestamp\n"), std::string::npos);
+  EXPECT_NE(header.find("POINTS 24576\n"), std::string::npos);
+
+  ASSERT_EQ(points.size(), truth.size());
+  size_t close = 0;
+  for (size_t i = 0; i < points.size(); ++i) {
+    EXPECT_EQ(points[i].label, i / 128) << i;
+    const bool seen = points[i].x != 0.0F;
+    close += seen == truth[i].returned &&
+             (!seen || std::abs(std::hypot(points[i].x, points[i].y, points[i].z) - truth[i].distance) < 0.2);
+  }
+  EXPECT_GT(close, points.size() * 99 / 100);
+}
+
+TEST_F(ToolTest, FirstFrameOfALineScannerIsWhole) {
+  // The index pass leaves the decoder at the last line, so that the first play begins with a stray cloud.
+  Record("street", NV2, 3);
+  ToolProcess tool({"replay", Path("street.pcap"), "--model", "NV2", "--frames", "0", "--out", Path("out")});
+  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+  EXPECT_EQ(Names(Path("out")), std::set<std::string>{"frame_0000.pcd"});
+  EXPECT_GE(ParseBinary(Path("out/frame_0000.pcd"), "DATA binary\n").size(), 56U * 192U);
+}
+
+TEST_F(ToolTest, BadInputGetsItsExitCodeAndAReason) {
+  Record("street", TS4B, 1);
+  std::ofstream(Path("junk.pcap")) << "this is no capture at all";
+  std::ofstream(Path("empty.pcap"));
+  fs::create_directory(Path("bare"));
+  const std::string street = Path("street.pcap");
+  const struct {
+    std::vector<std::string> arguments;
+    int exit_code;
+    std::string reason;
+  } cases[] = {
+      {{}, 2, "subcommand is required"},
+      {{"paint"}, 2, "no command 'paint'"},
+      {{"replay", street}, 2, "--model is required"},
+      {{"replay", street, "--model", "TS5"}, 2, "no model 'TS5'"},
+      {{"replay", street, "--model", "TS4B", "--frames", "4-2"}, 2, "runs backwards"},
+      {{"replay", street, "--model", "TS4B", "--frames", "1,"}, 2, "no list of frames"},
+      {{"replay", street, "--model", "TS4B", "--out", Path("out"), "--format", "las"}, 2, "no format 'las'"},
+      {{"render", street}, 2, "--model"},
+      {{"replay", Path("none.pcap"), "--model", "TS4B"}, 1, "No such file"},
+      {{"replay", Path("junk.pcap"), "--model", "TS4B"}, 1, "no capture file"},
+      {{"replay", Path("empty.pcap"), "--model", "TS4B"}, 1, "is empty"},
+      {{"replay", street, "--model", "TS4B", "--port", "9"}, 1, "UDP port 9"},
+      {{"replay", street, "--model", "TS4B", "--frames", "7"}, 1, "frames 0 to 1"},
+      {{"replay", street, "--model", "NV2"}, 1, "not of the model NV2"},
+      {{"replay", street, "--model", "TS4B", "--calib", Path("none")}, 1, "no calibration folder"},
+      {{"replay", street, "--model", "TS4B"}, 0, "uncalibrated"},
+      {{"replay", street, "--model", "TS4B", "--calib", Path("bare")}, 0, "uncalibrated"},
+  };
+  for (const auto& bad : cases) {
+    ToolProcess tool(bad.arguments);
+    EXPECT_EQ(tool.Wait(), bad.exit_code) << bad.reason;
+    EXPECT_NE(tool.errors().find(bad.reason), std::string::npos) << bad.reason << ":\n" << tool.errors();
+  }
+  EXPECT_FALSE(fs::exists(Path("out")));
+}
+
+TEST_F(ToolTest, CtrlCLeavesOnlyCompleteFiles) {
+  Record("street", TS4B, 2);
+  std::string frames = "0-1";
+  for (int i = 0; i < 2000; ++i) {
+    frames += ",0-1";  // minutes of work
+  }
+  ToolProcess tool({"replay", Path("street.pcap"), "--model", "TS4B", "--calib", Path("street"), "--out",
+                    Path("out"), "--format", "csv", "--frames", frames});
+  ASSERT_TRUE(tool.WaitForError("  24576 "));
+  tool.Signal(SIGINT);
+  EXPECT_EQ(tool.Wait(), 1);
+  EXPECT_NE(tool.errors().find("interrupted"), std::string::npos);
+  for (const std::string& name : Names(Path("out"))) {
+    EXPECT_EQ(fs::path(name).extension(), ".csv");
+    EXPECT_EQ(ParseCsv(folder_ / "out" / name).size(), 24576U);
+  }
+}
+
+TEST_F(ToolTest, AFullDiskLeavesNoHalfFile) {
+  Record("street", TS4B, 1);
+  ToolProcess tool(
+      {"replay", Path("street.pcap"), "--model", "TS4B", "--calib", Path("street"), "--out", Path("out")},
+      {.largest_file = 100'000});
+  EXPECT_EQ(tool.Wait(), 1);
+  EXPECT_NE(tool.errors().find("cannot write"), std::string::npos) << tool.errors();
+  EXPECT_TRUE(Names(Path("out")).empty());
+}
+
+TEST_F(ToolTest, RenderDrawsPicturesFromRecordingsAndClouds) {
+  Record("street", TS4B, 1);
+  ToolProcess replay({"replay", Path("street.pcap"), "--model", "TS4B", "--calib", Path("street"), "--frames",
+                      "0", "--out", folder_});
+  ASSERT_EQ(replay.Wait(), 0) << replay.errors();
+  ToolProcess from_recording(
+      {"render", Path("street.pcap"), "--model", "TS4B", "--calib", Path("street"), "--out", Path("a")});
+  ASSERT_EQ(from_recording.Wait(), 0) << from_recording.errors();
+  ToolProcess from_cloud({"render", Path("frame_0000.pcd"), "--out", Path("b")});
+  ASSERT_EQ(from_cloud.Wait(), 0) << from_cloud.errors();
+
+  for (const char* view : {"frame_0000_birdseye.png", "frame_0000_range.png"}) {
+    std::vector<std::vector<uint32_t>> pictures;
+    for (const char* source : {"a", "b"}) {
+      png_image image = {};
+      image.version = PNG_IMAGE_VERSION;
+      ASSERT_NE(png_image_begin_read_from_file(&image, (folder_ / source / view).c_str()), 0);
+      image.format = PNG_FORMAT_RGBA;
+      std::vector<uint32_t> pixels(size_t{image.width} * image.height);
+      ASSERT_NE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr), 0);
+      EXPECT_GT(image.width, 800U);
+      // Below the titles, which differ, there are many colours and they are the same from either source.
+      pixels.erase(pixels.begin(), pixels.begin() + 80 * image.width);
+      EXPECT_GT(std::set<uint32_t>(pixels.begin(), pixels.end()).size(), 100U);
+      pictures.push_back(pixels);
+    }
+    EXPECT_EQ(pictures[0], pictures[1]) << view;
+  }
+}
+
+class LiveToolTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    socket_ = socket(AF_INET, SOCK_DGRAM, 0);
+    address_.sin_family = AF_INET;
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    // A port that the kernel finds free, left free again for the tool.
+    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
+    socklen_t size = sizeof(address_);
+    ASSERT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&address_), size), 0);
+    ASSERT_EQ(getsockname(probe, reinterpret_cast<sockaddr*>(&address_), &size), 0);
+    close(probe);
+  }
+  void TearDown() override {
+    close(socket_);
+    ToolTest::TearDown();
+  }
+
+  std::string Port() const { return std::to_string(ntohs(address_.sin_port)); }
+
+  /// Sends the sensor's packets at about real pace until the tool ends.
+  void StreamUntilEnd(LidarType model, ToolProcess& tool) {
+    orva::sim::Sensor sensor({.model = model});
+    orva::sim::TimedPacket packet;
+    while (!tool.HasEnded() && sensor.Next(packet)) {
+      sendto(socket_, packet.payload.data(), packet.payload.size(), 0,
+             reinterpret_cast<const sockaddr*>(&address_), sizeof(address_));
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+  }
+
+  int socket_ = -1;
+  sockaddr_in address_ = {};
+};
+
+TEST_F(LiveToolTest, StoresCloudsAndImuSamples) {
+  ToolProcess tool({"live", "--model", "NV2", "--host", "127.0.0.1", "--port", Port(), "--frames", "3",
+                    "--out", Path("out"), "--imu", Path("imu.csv")});
+  ASSERT_TRUE(tool.WaitForError("listening"));
+  StreamUntilEnd(NV2, tool);
+  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+  EXPECT_EQ(Names(Path("out")),
+            (std::set<std::string>{"frame_0000.pcd", "frame_0001.pcd", "frame_0002.pcd"}));
+  EXPECT_EQ(ParseBinary(Path("out/frame_0001.pcd"), "DATA binary\n").size(), 56U * 192U);
+  const std::string imu = ReadFile(Path("imu.csv"));
+  EXPECT_GT(std::count(imu.begin(), imu.end(), '\n'), 20);
+}
+
+TEST_F(LiveToolTest, TellsSilenceFromAWrongModel) {
+  const std::vector<std::string> arguments = {"live",   "--model", "TS4A",       "--host", "127.0.0.1",
+                                              "--port", Port(),    "--duration", "1"};
+  ToolProcess silent(arguments);
+  EXPECT_EQ(silent.Wait(), 1);
+  EXPECT_NE(silent.errors().find("nothing arrived"), std::string::npos) << silent.errors();
+
+  ToolProcess wrong(arguments);
+  ASSERT_TRUE(wrong.WaitForError("listening"));
+  StreamUntilEnd(NV2, wrong);
+  EXPECT_EQ(wrong.Wait(), 1);
+  EXPECT_NE(wrong.errors().find("no packets of the model TS4A"), std::string::npos) << wrong.errors();
+}
+
+}  // namespace
