@@ -30,6 +30,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "orva " ORVA_DRIVER_VERSION_STRING);
   app.footer(kFooter);
   app.require_subcommand(1);
+  orva::AddSimulate(app);
   orva::AddReplay(app);
   orva::AddRender(app);
   orva::AddLive(app);

@@ -13,6 +13,7 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "models.h"
+#include "output_file.h"
 #include "sim/calibration_server.h"
 #include "sim/capture_writer.h"
 #include "sim/live_sensor.h"
@@ -43,13 +44,6 @@ std::string Quoted(const std::string& word) {
   return quoted + '\'';
 }
 
-void MakeParentFolder(const std::filesystem::path& file) {
-  if (!file.has_parent_path()) return;
-  std::error_code error;
-  std::filesystem::create_directories(file.parent_path(), error);
-  if (error) throw Failure("cannot create " + file.parent_path().string() + ": " + error.message());
-}
-
 void Record(const SimulateOptions& options) {
   sim::Sensor sensor(options.sensor);
   const sim::Model& model = sensor.GetModel();
@@ -59,7 +53,8 @@ void Record(const SimulateOptions& options) {
     if (folder.empty()) folder = std::filesystem::path(options.file).replace_extension("calib").string();
     sim::WriteCalibrationFolder(sensor.GetCalibration(), model, folder);
   }
-  MakeParentFolder(options.file);
+  const auto parent = std::filesystem::path(options.file).parent_path();
+  if (!parent.empty()) MakeFolder(parent);
   sim::CaptureWriter writer(options.file, options.capture);
   sim::TimedPacket packet;
   uint64_t packets = 0;

@@ -5,7 +5,7 @@
 
 namespace orva::sim {
 
-// One per model, see Model::encode. They are written from the wire formats (docs/wire_formats.md) and share
+// One per model, see Model::encode. They are written from the wire formats (docs/wire-formats.md) and share
 // nothing with the driver's decoders, so that a mistake in one shows against the other.
 
 void EncodeTs4b(const PacketContent& content, const Calibration& calibration, uint8_t* packet);
