@@ -66,13 +66,12 @@ void AddReplayOptions(CLI::App& command, DriverParam& param) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);
   command
-      .add_option("--port", param.input_param.msop_port,
-                  "UDP port that the sensor sends points to; 0 takes every UDP packet")
+      .add_option("--port", param.input_param.msop_port, "The sensor's UDP data port; 0 takes every packet")
       ->capture_default_str()
       ->type_name("N");
   command
       .add_option("--calib", param.calibration_param.calib_folder,
-                  "Folder of the sensor's calibration files (TS4B and TS6 need one)")
+                  "Folder of calibration files, for TS4B and TS6")
       ->type_name("FOLDER");
   AddDecoderOptions(command, param.decoder_param);
 }

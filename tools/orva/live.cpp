@@ -170,7 +170,7 @@ void Live(const LiveOptions& options) {
 
 void AddSourceOptions(CLI::App& command, DriverParam& param) {
   AddModelOption(command, param.lidar_type)->required();
-  command.add_option("--port", param.input_param.msop_port, "UDP port that the sensor sends points to")
+  command.add_option("--port", param.input_param.msop_port, "The sensor's UDP data port")
       ->required()
       ->check(CLI::Range(1, 65535))
       ->type_name("N");
@@ -187,7 +187,7 @@ void AddSourceOptions(CLI::App& command, DriverParam& param) {
         param.calib_from_lidar = true;
         param.calibration_param.lidar_ip = address;
       },
-      "Download the calibration from the sensor at this address");
+      "Download the calibration from this sensor");
   sensor->check(CLI::ValidIPV4)->excludes(folder)->type_name("IP");
   CLI::Option* port =
       command.add_option("--command-port", calibration.lidar_port, "The sensor's command port");
@@ -206,8 +206,7 @@ void AddSourceOptions(CLI::App& command, DriverParam& param) {
 }  // namespace
 
 void AddLive(CLI::App& app) {
-  CLI::App* command =
-      app.add_subcommand("live", "Watch a sensor that is sending now, and store what it sees");
+  CLI::App* command = app.add_subcommand("live", "Watch a live sensor, and store what it sees");
   const auto options = std::make_shared<LiveOptions>();
   AddSourceOptions(*command, options->param);
   command->add_option("--duration", options->seconds, "End after so many seconds")

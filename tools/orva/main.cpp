@@ -14,8 +14,8 @@ constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
 constexpr const char* kFooter =
-    "Results go to files, the tool's own words to standard error; what the driver library says about the\n"
-    "capture and its calibration goes to standard output.\n"
+    "Results go to files, the tool's own words to standard error; what the driver\n"
+    "library says about a recording and its calibration goes to standard output.\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
 
 int End(const std::string& text, int exit_code) {

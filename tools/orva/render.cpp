@@ -31,7 +31,8 @@ constexpr const char* kExamples =
     "Examples:\n"
     "  orva render street.pcap --model TS4B --calib calib/ --out pictures/\n"
     "      draws pictures/frame_0000_birdseye.png and pictures/frame_0000_range.png\n"
-    "  orva render street.pcap --model NV2 --frames 0-9 --view birdseye --color distance --range 50\n"
+    "  orva render street.pcap --model NV2 --frames 0-9 --view birdseye \\\n"
+    "      --color distance --range 50\n"
     "  orva render clouds/frame_0007.pcd\n";
 
 struct RenderOptions {
@@ -111,11 +112,10 @@ void Render(const RenderOptions& options) {
 }  // namespace
 
 void AddRender(CLI::App& app) {
-  CLI::App* command =
-      app.add_subcommand("render", "Draw frames of a recording, or a PCD file, as PNG pictures");
+  CLI::App* command = app.add_subcommand("render", "Draw frames of a recording, or a PCD file, as PNG");
   const auto options = std::make_shared<RenderOptions>();
   AddReplayOptions(*command, options->param);
-  command->get_option("FILE")->description("A recording (pcap or pcapng), or a PCD file that orva wrote");
+  command->get_option("FILE")->description("A pcap or pcapng file, or a PCD file by orva");
   command->add_option("--frames", options->frames, "Which frames, as in 0-4,7,20-")
       ->capture_default_str()
       ->type_name("LIST");
@@ -132,10 +132,10 @@ void AddRender(CLI::App& app) {
           [options](const std::string& name) {
             options->colour = name == "distance" ? ColourBy::kDistance : ColourBy::kIntensity;
           },
-          "distance or intensity; without it the bird's-eye view shows intensity, the range image distance")
+          "intensity or distance; default: one view of each")
       ->check(CLI::IsMember({"distance", "intensity"}))
       ->type_name("NAME");
-  command->add_option("--range", options->range, "Radius of the bird's-eye view in metres; 0 fits the frame")
+  command->add_option("--range", options->range, "Bird's-eye view, metres; 0 fits the frame")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str()
       ->type_name("M");
