@@ -204,6 +204,7 @@ TEST_F(ToolTest, CtrlCLeavesOnlyCompleteFiles) {
                     Path("out"), "--format", "csv", "--frames", frames});
   ASSERT_TRUE(tool.WaitForError("  24576 "));
   tool.Signal(SIGINT);
+  tool.Signal(SIGTERM);  // the same wish, passed on by a parent
   EXPECT_EQ(tool.Wait(), 1);
   EXPECT_NE(tool.errors().find("interrupted"), std::string::npos);
   for (const std::string& name : Names(Path("out"))) {
