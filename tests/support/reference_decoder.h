@@ -187,7 +187,8 @@ class ReferenceGrid : public ReferenceDecoder<PC> {
   }
 
   double DistanceCorrection(float d, float sum, float divisor) const {
-    const float* w = check_->weight;
+    float w[4];  // a packed record's fields may stand anywhere
+    std::memcpy(w, &check_->weight, sizeof(w));
     const float r = sum / divisor;
     const float square = r * r * w[2];
     const float linear = r * w[0];
@@ -197,7 +198,8 @@ class ReferenceGrid : public ReferenceDecoder<PC> {
   }
 
   void FilterNear(float& d, uint32_t intensity) const {
-    const float* n = check_->near_filter;
+    float n[8];
+    std::memcpy(n, &check_->near_filter, sizeof(n));
     const float brightness = static_cast<float>(intensity);
     if (n[1] == 0.0F) return;
     if (n[3] > d) {
