@@ -47,8 +47,8 @@ class Digest {
 };
 
 /// Angles and weights that text holds exactly.
-std::unique_ptr<CheckParam> GoldenCalibration() {
-  auto check = std::make_unique<CheckParam>();
+std::unique_ptr<Calibration> GoldenCalibration() {
+  auto check = std::make_unique<Calibration>();
   for (size_t code = 0; code < tevoro::lidar::CALIB_TABLE_ENTRIES; ++code) {
     const float line = static_cast<float>(code / 256);
     const float column = static_cast<float>(code % 256);
@@ -88,7 +88,7 @@ template <typename T>
 std::string ReferenceDigest() {
   const std::vector<Packet> packets = GoldenPackets();
   ReferencePlayer<PointCloud<T>> reference(TS4B, GoldenParam().decoder_param, packets);
-  reference.decoder->Update(*GoldenCalibration());
+  reference.decoder->Update(*GoldenCalibration()->Record());
   reference.Play(0);
   return Digest().Of(*reference.clouds.at(0));
 }
