@@ -361,7 +361,7 @@ TEST(LiveManager, AllocatesNothingPerPacket) {
 /// the decoder.
 TEST(LiveManager, StreamsWhateverTheCommandPortDoes) {
   Random random(7);
-  const auto sent = PlausibleCalibration(random);
+  const auto sent = PlausibleCalibration(random)->Record();
   const std::string stream = SectionStream(*sent);
   const auto obedient = CommandPort::Obedient(stream);
   using Answers = std::vector<std::string>;
