@@ -48,7 +48,7 @@ struct NearFilter {
     const bool near_echo = !very_near_echo & (near > distance);
     const bool weak = very_near_echo & (threshold > intensity);
     const bool faint = near_echo & (std::fabs(distance - near) / near * strength > intensity);
-    return (weak | faint) ? 0.0F : distance;
+    return weak | faint ? 0.0F : distance;
   }
 };
 
@@ -148,12 +148,12 @@ class GridDecoder {
   };
 
   DistanceCorrection Correction() const {
-    const CheckParam& c = check_param_;  // packed: no reference may bind to its floats
-    return {{c.weight[0], c.weight[1], c.weight[2], c.weight[3]}};
+    const auto& w = check_param_.weight;
+    return {{w[0], w[1], w[2], w[3]}};
   }
   NearFilter Filter() const {
-    const CheckParam& c = check_param_;
-    return {c.near_filter[0], c.near_filter[1], c.near_filter[2], c.near_filter[3]};
+    const auto& n = check_param_.near_filter;
+    return {n[0], n[1], n[2], n[3]};
   }
 
   /// Fields have at most 24 bits; machines convert signed integers to floating point far faster.
