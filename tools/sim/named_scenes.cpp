@@ -91,10 +91,11 @@ std::unique_ptr<Primitive> MakePerson(double start_x, double y) {
     const auto swing = [=](double time) {
       return Vec3{side * kStride * std::sin(2.0 * std::numbers::pi * kStrideHz * time), 0.1 * side, 0.0};
     };
-    auto leg = std::make_unique<Group>(swing);
+    auto leg = std::make_unique<Group>(swing, kStride + 0.1);
     leg->Add<Cylinder>(Vec3{0.0, 0.0, 0.0}, 0.08, 0.85, kClothes);
     person->Add(std::move(leg));
-    auto arm = std::make_unique<Group>([=](double time) { return Vec3{-0.7 * swing(time).x, 0.0, 0.0}; });
+    const auto counter_swing = [=](double time) { return Vec3{-0.7 * swing(time).x, 0.0, 0.0}; };
+    auto arm = std::make_unique<Group>(counter_swing, kStride);
     arm->Add<Cylinder>(Vec3{0.0, 0.3 * side, 0.75}, 0.05, 0.6, kClothes);
     person->Add(std::move(arm));
   }

@@ -93,16 +93,25 @@ Sphere Ellipsoid::Bounds() const {
   return {centre_, std::max({radii_.x, radii_.y, radii_.z})};
 }
 
+void Group::Add(std::unique_ptr<Primitive> part) {
+  const Sphere bounds = part->Bounds();
+  extent_ = std::max(extent_, std::sqrt(Dot(bounds.centre, bounds.centre)) + bounds.radius);
+  parts_.push_back(std::make_unique<const Part>(Part{bounds, std::move(part)}));
+}
+
 std::optional<Hit> Group::Intersect(const Ray& ray) const {
   Ray local = ray;
   if (path_) local.origin = ray.origin - path_(ray.time);
-  std::optional<Hit> nearest;
-  for (const Part& part : parts_) {
-    if (part.bounds.MissedBy(local)) continue;
-    const auto hit = part.primitive->Intersect(local);
-    if (hit && (!nearest || hit->distance < nearest->distance)) nearest = hit;
+  if (Sphere{{}, extent_}.MissedBy(local)) return std::nullopt;
+  return NearestHit(parts_, local);
+}
+
+std::vector<const Group::Part*> Group::PartsWithin(const Cone& cone) const {
+  std::vector<const Part*> parts;
+  for (const auto& part : parts_) {
+    if (!part->bounds.Outside(cone)) parts.push_back(part.get());
   }
-  return nearest;
+  return parts;
 }
 
 }  // namespace orva::sim

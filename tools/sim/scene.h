@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -36,6 +37,13 @@ struct Material {
   }
 };
 
+/// The space around an axis in which the beams of one packet lie.
+struct Cone {
+  Vec3 apex;
+  Vec3 axis;                ///< unit vector
+  double half_angle = 0.0;  ///< radians
+};
+
 /// Bounds of a primitive. Most rays miss most things, and a sphere is missed fastest.
 struct Sphere {
   Vec3 centre;
@@ -45,6 +53,14 @@ struct Sphere {
     const Vec3 to_centre = centre - ray.origin;
     const double along = Dot(to_centre, ray.direction);
     return along < -radius || Dot(to_centre, to_centre) - along * along > radius * radius;
+  }
+
+  bool Outside(const Cone& cone) const {
+    const Vec3 to_centre = centre - cone.apex;
+    const double distance = std::sqrt(Dot(to_centre, to_centre));
+    if (distance <= radius) return false;
+    const double cosine = std::clamp(Dot(to_centre, cone.axis) / distance, -1.0, 1.0);
+    return std::acos(cosine) > cone.half_angle + std::asin(radius / distance);
   }
 };
 
@@ -115,31 +131,45 @@ class Group : public Primitive {
   /// Where the group's origin is at a time in seconds.
   using Path = std::function<Vec3(double time)>;
 
-  explicit Group(Path path = nullptr) : path_(std::move(path)) {}
+  /// `wander`: metres, how far the path leads away from the place that the group is put at.
+  explicit Group(Path path = nullptr, double wander = std::numeric_limits<double>::infinity())
+      : path_(std::move(path)), wander_(wander) {}
 
   template <typename P, typename... Args>
   void Add(Args&&... args) {
-    auto part = std::make_unique<P>(std::forward<Args>(args)...);
-    const Sphere bounds = part->Bounds();
-    parts_.push_back({bounds, std::move(part)});
+    Add(std::make_unique<P>(std::forward<Args>(args)...));
   }
-  void Add(std::unique_ptr<Primitive> part) {
-    const Sphere bounds = part->Bounds();
-    parts_.push_back({bounds, std::move(part)});
-  }
+  void Add(std::unique_ptr<Primitive> part);
 
   std::optional<Hit> Intersect(const Ray& ray) const override;
-  Sphere Bounds() const override { return {}; }
+  Sphere Bounds() const override { return {{}, extent_ + wander_}; }
 
- private:
   struct Part {
     Sphere bounds;
     std::unique_ptr<Primitive> primitive;
   };
 
+  /// Of a group that does not move: the parts that rays within the cone can meet.
+  std::vector<const Part*> PartsWithin(const Cone& cone) const;
+
+ private:
   Path path_;
-  std::vector<Part> parts_;
+  double wander_;
+  double extent_ = 0.0;  ///< metres, the parts' greatest distance from the group's origin
+  std::vector<std::unique_ptr<const Part>> parts_;
 };
+
+/// The nearest hit among some parts.
+template <typename Parts>
+std::optional<Hit> NearestHit(const Parts& parts, const Ray& ray) {
+  std::optional<Hit> nearest;
+  for (const auto& part : parts) {
+    if (part->bounds.MissedBy(ray)) continue;
+    const auto hit = part->primitive->Intersect(ray);
+    if (hit && (!nearest || hit->distance < nearest->distance)) nearest = hit;
+  }
+  return nearest;
+}
 
 /// A world and the way that the sensor takes through it.
 struct Scene {

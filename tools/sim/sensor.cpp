@@ -37,6 +37,16 @@ const SensorConfig& Checked(const SensorConfig& config) {
   return config;
 }
 
+Cone Enclose(const Vec3& apex, const std::vector<Vec3>& directions) {
+  Vec3 sum;
+  for (const Vec3& direction : directions) sum = sum + direction;
+  Cone cone{apex, 1.0 / std::sqrt(Dot(sum, sum)) * sum, 0.0};
+  for (const Vec3& direction : directions) {
+    cone.half_angle = std::max(cone.half_angle, std::acos(std::min(1.0, Dot(direction, cone.axis))));
+  }
+  return cone;
+}
+
 double EchoCounts(const Hit& hit) {
   const double spread = hit.distance / kFalloff;
   return std::min(kFullScale, kFullScale * hit.reflectivity * hit.cosine / (1.0 + spread * spread));
@@ -50,7 +60,8 @@ Sensor::Sensor(const SensorConfig& config)
       calibration_(MakeCalibration(model_, config.seed)),
       scene_(MakeScene(config.scene, config.seed)),
       blocks_(model_.blocks_per_packet),
-      truth_(model_.blocks_per_packet) {
+      truth_(model_.blocks_per_packet),
+      directions_(model_.blocks_per_packet) {
   beams_.reserve(model_.BlocksPerFrame());
   for (uint32_t line = 0; line < model_.lines; ++line) {
     for (uint32_t column = 0; column < model_.columns; ++column) {
@@ -98,17 +109,20 @@ void Sensor::Measure(double time) {
   for (uint32_t k = 0; k < model_.blocks_per_packet; ++k) {
     const auto place = static_cast<uint32_t>((first + k) % model_.BlocksPerFrame());
     Measurement& block = blocks_[k];
-    TrueHit& truth = truth_[k];
     block = {};
-    truth = {};
+    truth_[k] = {};
     block.line = place / model_.columns;
     block.column = place % model_.columns;
-    if (!model_.measures) continue;
-    const Ray ray{pose.position, pose.rotation.ToWorld(beams_[place]), time};
-    const auto hit = scene_->world.Intersect(ray);
+    directions_[k] = pose.rotation.ToWorld(beams_[place]);
+  }
+  if (!model_.measures) return;
+  const auto parts = scene_->world.PartsWithin(Enclose(pose.position, directions_));
+  for (uint32_t k = 0; k < model_.blocks_per_packet; ++k) {
+    Measurement& block = blocks_[k];
+    const auto hit = NearestHit(parts, {pose.position, directions_[k], time});
     const bool dropped = config_.dropout > 0.0 && random.Uniform() < config_.dropout;
     if (!hit || hit->distance > kFarthest || EchoCounts(*hit) < kWeakest || dropped) continue;
-    truth = {true, hit->distance, hit->distance * beams_[place]};
+    truth_[k] = {true, hit->distance, hit->distance * pose.rotation.ToSensor(directions_[k])};
     block.returned = true;
     block.distance = hit->distance + (config_.noise > 0.0 ? config_.noise * random.Normal() : 0.0);
     block.intensity = static_cast<uint32_t>(std::lround(EchoCounts(*hit)));

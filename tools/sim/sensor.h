@@ -81,6 +81,7 @@ class Sensor : public PacketSource {
   uint64_t packet_index_ = 0;
   std::vector<Measurement> blocks_;
   std::vector<TrueHit> truth_;
+  std::vector<Vec3> directions_;  ///< of the packet's beams, in the world
   ImuSample imu_;
   ImuSample true_motion_;
 };
