@@ -52,31 +52,34 @@ bool NV2Impl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t
 template <typename PC>
 void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   const auto line = static_cast<uint8_t>(Line::Read(data));
-  const Elevation& elevation = elevations_[line];
+  const Elevation elevation = elevations_[line];
   const uint8_t* const measurements = data + kFirstMeasurement;
-  Projection<kBlocks> projection;
+  float distance[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) {
     const auto code = static_cast<int32_t>(DistanceCode::Read(measurements + kMeasurementStride * k));
-    projection.distance[k] = std::max(0.0F, static_cast<float>(code * 0.009375 - 2.0));
-    projection.cos_azimuth[k] = cos_azimuth_[k];
-    projection.sin_azimuth[k] = sin_azimuth_[k];
-    projection.cos_elevation[k] = elevation.cosine;
-    projection.sin_elevation[k] = elevation.sine;
-    projection.keep[k] = azimuth_in_limits_[k] & uint32_t{elevation.in_limits};
+    distance[k] = std::max(0.0F, static_cast<float>(code * 0.009375 - 2.0));
   }
-  projection.Run(owner_->GetMounting(), owner_->Param());
+  Coordinates<kBlocks> at;
+  at.Project(
+      distance,
+      [&](size_t k) {
+        return Direction{cos_azimuth_[k], sin_azimuth_[k], elevation.cosine, elevation.sine};
+      },
+      [&](size_t k) { return (azimuth_in_limits_[k] != 0) & elevation.in_limits; }, owner_->GetMounting(),
+      owner_->Param());
 
-  typename PC::PointType points[kBlocks];
+  PointBuffer<typename PC::PointType, kBlocks> points;
   for (size_t k = start; k < kBlocks; ++k) {
-    auto& point = points[k];
-    point.x = projection.x[k];
-    point.y = projection.y[k];
-    point.z = projection.z[k];
+    typename PC::PointType point;
+    point.x = at.x[k];
+    point.y = at.y[k];
+    point.z = at.z[k];
     point.intensity = static_cast<uint16_t>(Intensity::Read(measurements + kMeasurementStride * k) & 0xFFF);
     point.label = line;
     if constexpr (requires { point.timestamp; }) point.timestamp = now;
+    points.Put(k, point);
   }
-  AppendPoints(*owner_->point_cloud_, points + start, points + kBlocks);
+  AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
 }
 
 template <typename PC>

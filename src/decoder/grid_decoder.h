@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 #include "decoder/decoder.h"
@@ -24,6 +25,8 @@ struct GridAngles {
 struct DistanceCorrection {
   float weight[4];  ///< of pulse ratio, raw distance, pulse ratio squared; constant term
 
+  explicit DistanceCorrection(const CheckParam& param) { std::memcpy(weight, param.weight, sizeof(weight)); }
+
   /// Metres to subtract from the raw `distance`. Products are float, the sum double, in this order.
   double operator()(float distance, float ratio) const {
     const float square = ratio * ratio * weight[2];
@@ -36,19 +39,27 @@ struct DistanceCorrection {
 /// Removes weak echoes close to the sensor, where dust and the window scatter.
 struct NearFilter {
   float strength;
-  float near;       ///< metres; 0 disables the filter
+  float near;       ///< metres
   float threshold;  ///< intensity that a very near echo must reach
   float very_near;  ///< metres
 
-  bool Enabled() const { return !(near == 0.0F); }
+  /// From a unit's calibration. A near distance of 0 disables the filter: nothing is then near.
+  explicit NearFilter(const CheckParam& param) {
+    constexpr float kNever = -std::numeric_limits<float>::infinity();
+    const bool enabled = param.near_filter[1] != 0.0F;
+    strength = param.near_filter[0];
+    near = enabled ? param.near_filter[1] : kNever;
+    threshold = param.near_filter[2];
+    very_near = enabled ? param.near_filter[3] : kNever;
+  }
 
-  /// The distance, or 0 for an echo that is too weak. Only for an enabled filter.
+  /// The distance, or 0 for an echo that is too weak.
   float operator()(float distance, float intensity) const {
     const bool very_near_echo = very_near > distance;
     const bool near_echo = !very_near_echo & (near > distance);
     const bool weak = very_near_echo & (threshold > intensity);
     const bool faint = near_echo & (std::fabs(distance - near) / near * strength > intensity);
-    return weak | faint ? 0.0F : distance;
+    return Select(!(weak | faint), distance);
   }
 };
 
@@ -62,20 +73,21 @@ class GridDecoder {
   static constexpr const DecoderConstParam& kConst = Model::kConst;
   static constexpr size_t kBlocks = Model::kConst.BLOCKS_PER_PKT;
 
-  explicit GridDecoder(Decoder<PC>* owner) : owner_(owner), directions_(kCodes) { PrepareDirections(); }
+  explicit GridDecoder(Decoder<PC>* owner) : owner_(owner), directions_(kCodes), in_limits_(kCodes) {
+    PrepareDirections();
+  }
 
   static bool IsNewFrame(const uint16_t& line, const uint16_t& column) { return IsFrameEnd(line, column); }
 
   /// Correction in metres; the second argument is not used.
   double CalibrateDistance(const float& distance, const float&, const float& sum,
                            const float& divisor) const {
-    return Correction()(distance, sum / divisor);
+    return DistanceCorrection(check_param_)(distance, sum / divisor);
   }
 
   /// Sets `distance` to 0 where the near filter removes the point.
   void FilterNearNoisePoints(float& distance, const uint32_t& intensity) const {
-    const NearFilter filter = Filter();
-    if (filter.Enabled()) distance = filter(distance, static_cast<float>(intensity));
+    distance = NearFilter(check_param_)(distance, static_cast<float>(intensity));
   }
 
   /// Calibrated angles; untouched for a code outside the calibrated grid.
@@ -126,45 +138,46 @@ class GridDecoder {
   CheckParam check_param_;
 
  private:
-  /// What decoding needs of a grid code, prepared when calibration arrives.
-  struct Direction {
-    float cos_azimuth;
-    float sin_azimuth;
-    float cos_elevation;
-    float sin_elevation;
-    uint32_t in_limits;
-  };
   static constexpr size_t kCodes = 0x10000;
+  static constexpr bool kOwnPulseSum = !std::is_same_v<typename Block::PulseSum, typename Block::Intensity>;
+  static constexpr bool kOwnFilterIntensity =
+      !std::is_same_v<typename Block::FilterIntensity, typename Block::Intensity>;
   /// More points than this without a frame end, and the frame is cut.
   static constexpr uint32_t kMostPoints = 99999;
 
-  struct Packet : Projection<kBlocks> {
-    double time_of_flight[kBlocks];  ///< in sixty-fourths
-    float divisor[kBlocks];
-    float pulse_sum[kBlocks];
-    float filter_intensity[kBlocks];
-    uint16_t intensity[kBlocks];
-    uint16_t line[kBlocks];
+  /// A packet's measurements on their way to points.
+  struct Packet {
+    uint16_t code[kBlocks];
+    int32_t time_of_flight[kBlocks];  ///< in sixty-fourths of a unit
+    int32_t divisor[kBlocks];
+    int32_t intensity[kBlocks];
+    int32_t pulse_sum[kBlocks];         ///< only where it is a field of its own
+    int32_t filter_intensity[kBlocks];  ///< likewise
+    float distance[kBlocks];            ///< metres; NaN rejects the point
+    Coordinates<kBlocks> at;
+    // Room for what `directions` and `in_limits` point to when the codes are scattered.
+    Direction scattered_direction[kBlocks];
+    uint8_t scattered_in_limits[kBlocks];
+    const Direction* directions;
+    const uint8_t* in_limits;
   };
 
-  DistanceCorrection Correction() const {
-    const auto& w = check_param_.weight;
-    return {{w[0], w[1], w[2], w[3]}};
+  /// Fields have at most 24 bits; machines convert signed integers to floating point far faster. Each block
+  /// ends well before the packet does.
+  template <typename F>
+  static int32_t Get(const uint8_t* block) {
+    return static_cast<int32_t>(F::ReadPadded(block));
   }
-  NearFilter Filter() const {
-    const auto& n = check_param_.near_filter;
-    return {n[0], n[1], n[2], n[3]};
-  }
-
-  /// Fields have at most 24 bits; machines convert signed integers to floating point far faster.
-  static int32_t Signed(uint32_t field) { return static_cast<int32_t>(field); }
 
   void PrepareDirections();
   bool Unpack(const uint8_t* data, size_t start, Packet& packet) const;
   void ComputeDistances(Packet& packet) const;
   void Append(const Packet& packet, size_t start, const PointTimes& times);
 
+  // By grid code, prepared when calibration arrives.
   std::vector<Direction> directions_;
+  std::vector<uint8_t> in_limits_;
+  Packet packet_{};           ///< scratch
   uint32_t point_count_ = 0;  ///< in the frame so far
 };
 
@@ -176,32 +189,42 @@ void GridDecoder<PC, Model>::PrepareDirections() {
     const auto column = static_cast<uint8_t>(code & 0xFF);
     GridAngles angles = Model::AnglesOffGrid(line, column);
     GetAzimuthElevation(line, column, angles.azimuth, angles.elevation);
-    const bool in_limits = AzimuthInLimits(owner_->Param(), angles.azimuth) &&
-                           ElevationInLimits(owner_->Param(), angles.elevation);
     directions_[code] = {trig.Cos(angles.azimuth), trig.Sin(angles.azimuth), trig.Cos(angles.elevation),
-                         trig.Sin(angles.elevation), in_limits};
+                         trig.Sin(angles.elevation)};
+    in_limits_[code] = AzimuthInLimits(owner_->Param(), angles.azimuth) &&
+                       ElevationInLimits(owner_->Param(), angles.elevation);
   }
 }
 
 template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::Unpack(const uint8_t* data, size_t start, Packet& packet) const {
   bool ended = false;
+  bool run = true;
+  const uint32_t first_code = Block::Code::Read(data + Block::kFirst);
   for (size_t k = 0; k < kBlocks; ++k) {
     const uint8_t* block = data + Block::kFirst + Block::kStride * k;
     const uint32_t code = Block::Code::Read(block);
-    ended |= code == kFrameEndCode && k >= start;
-    const Direction& direction = directions_[code];
-    packet.cos_azimuth[k] = direction.cos_azimuth;
-    packet.sin_azimuth[k] = direction.sin_azimuth;
-    packet.cos_elevation[k] = direction.cos_elevation;
-    packet.sin_elevation[k] = direction.sin_elevation;
-    packet.keep[k] = direction.in_limits;
-    packet.line[k] = static_cast<uint16_t>(code >> 8);
-    packet.time_of_flight[k] = Signed(Block::TimeOfFlight::Read(block));
-    packet.divisor[k] = static_cast<float>(Signed(Block::PulseDivisor::Read(block)));
-    packet.pulse_sum[k] = static_cast<float>(Signed(Block::PulseSum::Read(block)));
-    packet.filter_intensity[k] = static_cast<float>(Signed(Block::FilterIntensity::Read(block)));
-    packet.intensity[k] = static_cast<uint16_t>(Block::Intensity::Read(block));
+    ended |= (code == kFrameEndCode) & (k >= start);
+    run &= code == first_code + k;
+    packet.code[k] = static_cast<uint16_t>(code);
+    packet.time_of_flight[k] = Get<typename Block::TimeOfFlight>(block);
+    packet.divisor[k] = Get<typename Block::PulseDivisor>(block);
+    packet.intensity[k] = Get<typename Block::Intensity>(block);
+    if constexpr (kOwnPulseSum) packet.pulse_sum[k] = Get<typename Block::PulseSum>(block);
+    if constexpr (kOwnFilterIntensity)
+      packet.filter_intensity[k] = Get<typename Block::FilterIntensity>(block);
+  }
+  // A sensor scans column by column, so most packets hold a run of codes, whose directions stand side by
+  // side in the table.
+  packet.directions = directions_.data() + first_code;
+  packet.in_limits = in_limits_.data() + first_code;
+  if (!run) {
+    for (size_t k = 0; k < kBlocks; ++k) {
+      packet.scattered_direction[k] = directions_[packet.code[k]];
+      packet.scattered_in_limits[k] = in_limits_[packet.code[k]];
+    }
+    packet.directions = packet.scattered_direction;
+    packet.in_limits = packet.scattered_in_limits;
   }
   return ended;
 }
@@ -212,39 +235,40 @@ void GridDecoder<PC, Model>::ComputeDistances(Packet& packet) const {
   // be folded into the factor.
   constexpr double kUnitsPerCount = 1.645 / 64.0;
   constexpr double kOffset = 2.09;
-  const DistanceCorrection correction = Correction();
+  const DistanceCorrection correction(check_param_);
+  const NearFilter filter(check_param_);
+  const auto& pulse_sum = kOwnPulseSum ? packet.pulse_sum : packet.intensity;
+  const auto& filter_intensity = kOwnFilterIntensity ? packet.filter_intensity : packet.intensity;
   for (size_t i = 0; i < kBlocks; ++i) {
     const auto raw =
         static_cast<float>((packet.time_of_flight[i] * kUnitsPerCount - kOffset) * Model::kMetresPerUnit);
-    const float ratio = packet.pulse_sum[i] / packet.divisor[i];
-    packet.distance[i] = static_cast<float>(double{raw} - correction(raw, ratio));
-    if constexpr (Model::kRejectsNonPositiveRaw) packet.keep[i] &= raw > 0.0F;
-  }
-  const NearFilter filter = Filter();
-  if (!filter.Enabled()) return;
-  for (size_t i = 0; i < kBlocks; ++i) {
-    packet.distance[i] = filter(packet.distance[i], packet.filter_intensity[i]);
+    const float ratio = static_cast<float>(pulse_sum[i]) / static_cast<float>(packet.divisor[i]);
+    const auto corrected = static_cast<float>(double{raw} - correction(raw, ratio));
+    float distance = filter(corrected, static_cast<float>(filter_intensity[i]));
+    if constexpr (Model::kRejectsNonPositiveRaw) distance = NanUnless(raw > 0.0F, distance);
+    packet.distance[i] = distance;
   }
 }
 
 template <typename PC, typename Model>
 void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const PointTimes& times) {
-  PointType points[kBlocks];
+  PointBuffer<PointType, kBlocks> points;
   for (size_t i = start; i < kBlocks; ++i) {
-    PointType& point = points[i];
-    point.x = packet.x[i];
-    point.y = packet.y[i];
-    point.z = packet.z[i];
-    point.intensity = packet.intensity[i];
-    point.label = packet.line[i];
+    PointType point;
+    point.x = packet.at.x[i];
+    point.y = packet.at.y[i];
+    point.z = packet.at.z[i];
+    point.intensity = static_cast<uint16_t>(packet.intensity[i]);
+    point.label = packet.code[i] >> 8;
     if constexpr (requires { point.timestamp; }) {
       point.timestamp = i < times.change ? times.before : times.after;
     }
     if constexpr (requires { point.source_distance; } && Model::kReportsSourceDistance) {
       point.source_distance = TruncateToMetres(packet.distance[i]);
     }
+    points.Put(i, point);
   }
-  AppendPoints(*owner_->point_cloud_, points + start, points + kBlocks);
+  AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
   point_count_ += static_cast<uint32_t>(kBlocks - start);
 }
 
@@ -252,12 +276,15 @@ template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::DecodeBlocks(const uint8_t* data, size_t start, const PointTimes& times) {
   if (start >= kBlocks) return false;
   // All blocks are computed, also those before `start`: loops of a fixed length are faster.
-  Packet packet;
-  const bool ended = Unpack(data, start, packet);
+  const bool ended = Unpack(data, start, packet_);
   if (owner_->point_cloud_) {
-    ComputeDistances(packet);
-    packet.Run(owner_->GetMounting(), owner_->Param());
-    Append(packet, start, times);
+    ComputeDistances(packet_);
+    packet_.at.Project(
+        packet_.distance,
+        [directions = packet_.directions](size_t i) -> const Direction& { return directions[i]; },
+        [in_limits = packet_.in_limits](size_t i) { return in_limits[i] != 0; }, owner_->GetMounting(),
+        owner_->Param());
+    Append(packet_, start, times);
   }
   return ended;
 }

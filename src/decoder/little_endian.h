@@ -19,6 +19,13 @@ struct Field {
     for (size_t i = 0; i < Size; ++i) value |= static_cast<uint32_t>(base[Offset + i]) << (8 * i);
     return value;
   }
+
+  /// The same for a 24-bit field behind which `base` has one more byte: the compiler makes a single load
+  /// of four bytes of it.
+  static uint32_t ReadPadded(const uint8_t* base) {
+    if constexpr (Size == 3) return Field<Offset, 4>::Read(base) & 0xFFFFFF;
+    return Read(base);
+  }
 };
 
 /// The same for a signed 16-bit field.

@@ -16,7 +16,11 @@ class Mounting {
 
   /// Rotates and translates in double. Does nothing unless `use_transform` was set.
   void Apply(float& x, float& y, float& z) const {
-    if (!enabled_) return;
+    if (enabled_) Transform(x, y, z);
+  }
+
+  /// The same, whether enabled or not.
+  void Transform(float& x, float& y, float& z) const {
     const double px = x;
     const double py = y;
     const double pz = z;

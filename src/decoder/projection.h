@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <type_traits>
 #include <typeinfo>
 
 #include "decoder/angles.h"
@@ -12,40 +15,75 @@
 
 namespace tevoro::lidar {
 
-/// The measurements of one packet on their way to points, one array per quantity, so that each stage is a
-/// plain loop which the compiler turns into wide instructions.
+/// Where a laser points: sines and cosines from the table.
+struct Direction {
+  float cos_azimuth;
+  float sin_azimuth;
+  float cos_elevation;
+  float sin_elevation;
+};
+
+/// `value` where `inside`, else 0. Masks the bits, which keeps branches out of the loops.
+inline float Select(bool inside, float value) {
+  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) & (0U - uint32_t{inside}));
+}
+
+/// `value` where `valid`, else NaN.
+inline float NanUnless(bool valid, float value) {
+  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) | (uint32_t{valid} - 1U));
+}
+
+/// Coordinates of a packet's points, one array per axis: so the loop that computes them becomes wide
+/// instructions.
 template <size_t N>
-struct Projection {
-  float distance[N];  ///< metres, final
-  float cos_azimuth[N];
-  float sin_azimuth[N];
-  float cos_elevation[N];
-  float sin_elevation[N];
-  uint32_t keep[N];  ///< 0: the point becomes (0, 0, 0)
+struct Coordinates {
   float x[N];
   float y[N];
   float z[N];
 
-  /// Distances and directions to coordinates: mounted where asked for, rejected points last.
-  void Run(const Mounting& mounting, const DecoderParam& limits) {
-    for (size_t i = 0; i < N; ++i) {
-      const float r = distance[i] * cos_elevation[i];
-      x[i] = std::fabs(cos_azimuth[i] * r);  // the sensor looks forward
-      y[i] = sin_azimuth[i] * std::fabs(r);
-      z[i] = distance[i] * sin_elevation[i];
-    }
-    if (mounting.Enabled()) {
-      for (size_t i = 0; i < N; ++i) mounting.Apply(x[i], y[i], z[i]);
-    }
+  /// From final distances in metres and `direction(i)`: mounted where asked for, and (0, 0, 0) where
+  /// `keep(i)` is false or the distance is out of limits.
+  template <typename DirectionOf, typename Keep>
+  void Project(const float (&distance)[N], const DirectionOf& direction, const Keep& keep,
+               const Mounting& mounting, const DecoderParam& limits) {
     const float nearest = limits.min_distance;
     const float farthest = limits.max_distance;
-    for (size_t i = 0; i < N; ++i) {
-      const bool inside = (keep[i] != 0) & (nearest <= distance[i]) & (distance[i] <= farthest);
-      x[i] = inside ? x[i] : 0.0F;
-      y[i] = inside ? y[i] : 0.0F;
-      z[i] = inside ? z[i] : 0.0F;
+    const auto project = [&](const auto& mount) {
+      for (size_t i = 0; i < N; ++i) {
+        const auto& to = direction(i);
+        const float d = distance[i];
+        const float r = d * to.cos_elevation;
+        float px = std::fabs(to.cos_azimuth * r);  // the sensor looks forward
+        float py = to.sin_azimuth * std::fabs(r);
+        float pz = d * to.sin_elevation;
+        mount(px, py, pz);
+        const bool inside = keep(i) & (nearest <= d) & (d <= farthest);
+        x[i] = Select(inside, px);
+        y[i] = Select(inside, py);
+        z[i] = Select(inside, pz);
+      }
+    };
+    if (mounting.Enabled()) {
+      project([pose = mounting](float& px, float& py, float& pz) { pose.Transform(px, py, pz); });
+    } else {
+      project([](float&, float&, float&) {});
     }
   }
+};
+
+/// Room for a packet's points. Holds none at first: a point is written once, not zeroed before.
+template <typename T, size_t N>
+class PointBuffer {
+ public:
+  static_assert(std::is_trivially_destructible_v<T>);
+
+  /// Sets point `i`.
+  void Put(size_t i, const T& point) { std::construct_at(Points() + i, point); }
+
+  T* Points() { return reinterpret_cast<T*>(storage_); }
+
+ private:
+  alignas(T) std::byte storage_[N * sizeof(T)];
 };
 
 /// Appends points to a cloud: in one go to the library's own kind, through the virtual PushPoint to a

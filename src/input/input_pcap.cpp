@@ -13,7 +13,7 @@ namespace tevoro::lidar {
 namespace {
 
 /// The C library's 4 KiB would mean a system call for every third packet.
-constexpr size_t kFileBuffer = 256 * 1024;
+constexpr size_t kFileBuffer = 128 * 1024;
 
 /// Opens a capture file with a large buffer. Null for what is not a capture.
 pcap_t* OpenCapture(const std::string& path) {
