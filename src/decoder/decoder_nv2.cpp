@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "decoder/decoder_nv2.h"
 
-#include <algorithm>
-
 #include "common/cloud_types.h"
 
 namespace tevoro::lidar {
@@ -53,11 +51,14 @@ template <typename PC>
 void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   const auto line = static_cast<uint8_t>(Line::Read(data));
   const Elevation elevation = elevations_[line];
-  const uint8_t* const measurements = data + kFirstMeasurement;
+  uint32_t measurement[kBlocks];
+  for (size_t k = 0; k < kBlocks; ++k) {
+    measurement[k] = Measurement::Read(data + kFirstMeasurement + kMeasurementStride * k);
+  }
   float distance[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) {
-    const auto code = static_cast<int32_t>(DistanceCode::Read(measurements + kMeasurementStride * k));
-    distance[k] = std::max(0.0F, static_cast<float>(code * 0.009375 - 2.0));
+    const auto metres = static_cast<float>(DistanceCode(measurement[k]) * 0.009375 - 2.0);
+    distance[k] = Select(metres > 0.0F, metres);
   }
   Coordinates<kBlocks> at;
   at.Project(
@@ -68,17 +69,12 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
       [&](size_t k) { return (azimuth_in_limits_[k] != 0) & elevation.in_limits; }, owner_->GetMounting(),
       owner_->Param());
 
+  Echo echo[kBlocks];
+  for (size_t k = 0; k < kBlocks; ++k) echo[k] = {Intensity(measurement[k]), line};
   PointBuffer<typename PC::PointType, kBlocks> points;
-  for (size_t k = start; k < kBlocks; ++k) {
-    typename PC::PointType point;
-    point.x = at.x[k];
-    point.y = at.y[k];
-    point.z = at.z[k];
-    point.intensity = static_cast<uint16_t>(Intensity::Read(measurements + kMeasurementStride * k) & 0xFFF);
-    point.label = line;
+  points.Fill(at, echo, start, [now](auto& point, size_t) {
     if constexpr (requires { point.timestamp; }) point.timestamp = now;
-    points.Put(k, point);
-  }
+  });
   AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
 }
 

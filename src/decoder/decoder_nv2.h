@@ -23,8 +23,9 @@ class NV2Impl {
   using Line = Field<24, 1>;
   static constexpr size_t kFirstMeasurement = 28;
   static constexpr size_t kMeasurementStride = 6;
-  using Intensity = Field<0, 2>;  ///< in its low 12 bits
-  using DistanceCode = Field<2, 2>;
+  using Measurement = Field<0, 4>;
+  static uint16_t Intensity(uint32_t measurement) { return static_cast<uint16_t>(measurement & 0xFFF); }
+  static int32_t DistanceCode(uint32_t measurement) { return static_cast<int32_t>(measurement >> 16); }
   static constexpr size_t kImu = 1197;
   static constexpr size_t kUtc = 1210;
 

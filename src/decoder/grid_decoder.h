@@ -252,22 +252,19 @@ void GridDecoder<PC, Model>::ComputeDistances(Packet& packet) const {
 
 template <typename PC, typename Model>
 void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const PointTimes& times) {
+  Echo echo[kBlocks];
+  for (size_t i = 0; i < kBlocks; ++i) {
+    echo[i] = {static_cast<uint16_t>(packet.intensity[i]), static_cast<uint16_t>(packet.code[i] >> 8)};
+  }
   PointBuffer<PointType, kBlocks> points;
-  for (size_t i = start; i < kBlocks; ++i) {
-    PointType point;
-    point.x = packet.at.x[i];
-    point.y = packet.at.y[i];
-    point.z = packet.at.z[i];
-    point.intensity = static_cast<uint16_t>(packet.intensity[i]);
-    point.label = packet.code[i] >> 8;
+  points.Fill(packet.at, echo, start, [&](auto& point, size_t i) {
     if constexpr (requires { point.timestamp; }) {
       point.timestamp = i < times.change ? times.before : times.after;
     }
     if constexpr (requires { point.source_distance; } && Model::kReportsSourceDistance) {
       point.source_distance = TruncateToMetres(packet.distance[i]);
     }
-    points.Put(i, point);
-  }
+  });
   AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
   point_count_ += static_cast<uint32_t>(kBlocks - start);
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 #include <typeinfo>
@@ -71,14 +72,33 @@ struct Coordinates {
   }
 };
 
-/// Room for a packet's points. Holds none at first: a point is written once, not zeroed before.
+/// What a point carries besides its coordinates; side by side, as the point keeps them.
+struct Echo {
+  uint16_t intensity;
+  uint16_t line;
+};
+
+/// The points of one packet. Holds none at first: a point is written once, not zeroed before.
 template <typename T, size_t N>
 class PointBuffer {
  public:
-  static_assert(std::is_trivially_destructible_v<T>);
+  static_assert(std::is_trivially_destructible_v<T> && std::is_standard_layout_v<T>);
+  static_assert(offsetof(T, label) == offsetof(T, intensity) + sizeof(T::intensity));
 
-  /// Sets point `i`.
-  void Put(size_t i, const T& point) { std::construct_at(Points() + i, point); }
+  /// Sets the points from `start` on; `finish(point, i)` adds what the cloud's kind of point has besides.
+  template <typename Finish>
+  void Fill(const Coordinates<N>& at, const Echo (&echo)[N], size_t start, const Finish& finish) {
+    for (size_t i = start; i < N; ++i) {
+      T point;
+      point.x = at.x[i];
+      point.y = at.y[i];
+      point.z = at.z[i];
+      // Both halves in one move: stores are what this loop spends its time on.
+      std::memcpy(reinterpret_cast<std::byte*>(&point) + offsetof(T, intensity), &echo[i], sizeof(Echo));
+      finish(point, i);
+      std::construct_at(Points() + i, point);
+    }
+  }
 
   T* Points() { return reinterpret_cast<T*>(storage_); }
 
