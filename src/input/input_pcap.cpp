@@ -15,14 +15,15 @@ namespace {
 /// The C library's 4 KiB would mean a system call for every third packet.
 constexpr size_t kFileBuffer = 128 * 1024;
 
-/// Opens a capture file with a large buffer. Null for what is not a capture.
-pcap_t* OpenCapture(const std::string& path) {
+/// Opens a capture file to be read through `buffer`. Null for what is not a capture.
+pcap_t* OpenCapture(const std::string& path, std::vector<char>& buffer) {
   struct stat status {};
   // A pipe could neither be rewound nor be waited for.
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   std::FILE* file = std::fopen(path.c_str(), "rbe");
   if (file == nullptr) return nullptr;
-  std::setvbuf(file, nullptr, _IOFBF, kFileBuffer);
+  buffer.resize(kFileBuffer);
+  std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(file, error);
   if (handle == nullptr) {
@@ -40,7 +41,8 @@ InputPcap::InputPcap(const InputParam& param)
     : Input(param), filter_text_(port_ == 0 ? "(udp)" : "(udp dst port " + std::to_string(port_) + ")") {}
 
 bool InputPcap::Init() {
-  handle_.reset(OpenCapture(pcap_path_));
+  handle_.reset();
+  handle_.reset(OpenCapture(pcap_path_, file_buffer_));
   PrintLine("pcap_file:" + pcap_path_);
   if (!handle_) return false;
   link_type_ = pcap_datalink(handle_.get());

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "input/input.h"
 
@@ -41,6 +42,7 @@ class InputPcap : public Input {
     bpf_program program{};  ///< empty it rejects everything
   };
 
+  std::vector<char> file_buffer_;  ///< outlives the handle, which reads through it
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
   std::string filter_text_;
