@@ -6,6 +6,7 @@
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 #include "param/calibration_folder.h"
 #include "param/filter_algorithm.h"
@@ -111,10 +112,10 @@ TEST(CalibrationFolder, LoadsExactlyFourFiles) {
     EXPECT_EQ(filled(check.elevation[0]), c.elevation);
     EXPECT_EQ(filled(check.weight[0]), c.weight);
     EXPECT_EQ(filled(check.near_filter[0]), c.near_filter);
-    if (c.azimuth) EXPECT_EQ(check.azimuth[CALIB_TABLE_ENTRIES - 1], 10.0F + CALIB_TABLE_ENTRIES - 1);
-    if (c.near_filter) EXPECT_EQ(check.near_filter[7], 17.0F);
-    if (!c.near_filter) EXPECT_EQ(check.near_filter[6], 2.0F) << "keeps its default";
-    if (c.weight && c.loaded) EXPECT_EQ(check.weight[3], 13.0F) << "the label is skipped";
+    if (c.azimuth) EXPECT_EQ(+check.azimuth[CALIB_TABLE_ENTRIES - 1], 10.0F + CALIB_TABLE_ENTRIES - 1);
+    if (c.near_filter) EXPECT_EQ(+check.near_filter[7], 17.0F);
+    if (!c.near_filter) EXPECT_EQ(+check.near_filter[6], 2.0F) << "keeps its default";
+    if (c.weight && c.loaded) EXPECT_EQ(+check.weight[3], 13.0F) << "the label is skipped";
   }
 }
 
@@ -230,7 +231,7 @@ TEST(ParamService, RecordsAndDefaults) {
   for (const LidarType model : {TS4, TS4A, TS4B, TS6}) {
     const CheckParam& check = *service.GetCheckParam(model);
     const float filter[8] = {0, 0, 0, 0, 5, 5, 2, 0};
-    EXPECT_TRUE(std::equal(std::begin(filter), std::end(filter), check.near_filter));
+    EXPECT_EQ(std::memcmp(filter, &check.near_filter, sizeof(filter)), 0);
     EXPECT_EQ(check.azimuth[49151] + check.elevation[0] + check.weight[3], 0.0F);
   }
   EXPECT_NE(service.GetCheckParam(KR7), service.GetCheckParam(NV2));

@@ -61,8 +61,8 @@ void RunStream(DecoderRig<PC>& rig, Random& random, LidarType model, bool noise,
 
 TYPED_TEST(DecoderOracle, AgreesOnEveryStream) {
   Random random(20240611);
-  const auto plausible = PlausibleCalibration(random);
-  const auto hostile = HostileCalibration(random);
+  const auto plausible = PlausibleCalibration(random)->Record();
+  const auto hostile = HostileCalibration(random)->Record();
   const std::vector<std::vector<const CheckParam*>> calibrations = {
       {}, {plausible.get()}, {hostile.get(), plausible.get()}};
   for (const WireLayout& layout : WIRE_LAYOUTS) {
@@ -84,7 +84,7 @@ TYPED_TEST(DecoderOracle, AgreesOnEveryStream) {
 /// Every grid code once, so that a table prepared when the calibration arrives is right for each of them.
 TYPED_TEST(DecoderOracle, AgreesOnEveryGridCode) {
   Random random(7);
-  const auto plausible = PlausibleCalibration(random);
+  const auto plausible = PlausibleCalibration(random)->Record();
   for (const LidarType model : {TS4B, TS6}) {
     DecoderRig<TypeParam> rig(model, OpenLimits());
     rig.Calibrate(*plausible);

@@ -12,7 +12,7 @@ using TimeRig = DecoderRig<PointCloud<PointTime>>;
 using SourceRig = DecoderRig<PointCloud<PointSource>>;
 
 TEST(TS4BRules, ProjectsByTableOrByFormula) {
-  auto check = std::make_unique<CheckParam>();
+  auto check = std::make_unique<Calibration>();
   check->azimuth[10 * 256 + 3] = -30.0F;  // the sign turns
   check->elevation[10 * 256 + 3] = 60.0F;
   struct Case {
@@ -25,7 +25,7 @@ TEST(TS4BRules, ProjectsByTableOrByFormula) {
                         {192, 0, 60.0, -45.47},  // beyond the table
                         {255, 255, -60.0, -75.15}};
   SourceRig rig(TS4B, OpenLimits());
-  rig.Calibrate(*check);
+  rig.Calibrate(*check->Record());
   Packet packet(TS4B);
   for (size_t k = 0; k < std::size(cases); ++k) {
     packet.Code(k, cases[k].line, cases[k].column).Flight(k, 100.5).Intensity(k, 0x12345).Pulse(k, 0, 1);
@@ -50,7 +50,7 @@ TEST(TS4BRules, ProjectsByTableOrByFormula) {
 }
 
 TEST(TS4BRules, CorrectsAndFiltersDistances) {
-  auto check = std::make_unique<CheckParam>();
+  auto check = std::make_unique<Calibration>();
   const float weight[4] = {0.5F, 0.25F, 0.125F, -1.0F};
   const float filter[8] = {100.0F, 10.0F, 70.0F, 4.0F, 0, 0, 0, 0};
   std::copy(std::begin(weight), std::end(weight), check->weight);
@@ -70,7 +70,7 @@ TEST(TS4BRules, CorrectsAndFiltersDistances) {
       {3.0, 0x10000, false}  // all 24 bits count, the point keeps 16
   };
   SourceRig rig(TS4B, OpenLimits());
-  rig.Calibrate(*check);
+  rig.Calibrate(*check->Record());
   Packet packet(TS4B);
   for (size_t k = 0; k < std::size(cases); ++k) {
     const double constant = ratio * ratio * 0.125 + ratio * 0.5 - 1.0;
@@ -149,12 +149,12 @@ TEST(TS6Rules, TimesOfFramesAndPoints) {
 }
 
 TEST(TS6Rules, FilterAndRatioTakeDifferentIntensities) {
-  auto check = std::make_unique<CheckParam>();
+  auto check = std::make_unique<Calibration>();
   check->weight[0] = 1.0F;
   const float filter[4] = {0.0F, 500.0F, 70.0F, 400.0F};
   std::copy(std::begin(filter), std::end(filter), check->near_filter);
   TimeRig rig(TS6, OpenLimits());
-  rig.Calibrate(*check);
+  rig.Calibrate(*check->Record());
   Packet packet(TS6);
   packet.Flight(0, 100).Pulse(0, 0, 10).FilterIntensity(0, 71).Intensity(0, 20);
   packet.Flight(1, 100).Pulse(1, 0, 10).FilterIntensity(1, 69).Intensity(1, 200);

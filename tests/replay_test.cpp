@@ -34,7 +34,7 @@ TYPED_TEST(Replay, PlaysEveryModelAsTranscribed) {
     param.decoder_param.yaw = 33.0F;
     ReferencePlayer<TypeParam> reference(layout.model, param.decoder_param, packets);
     // TS4 and TS4A want four times the values, so their calibration stays at its defaults.
-    reference.decoder->Update(*check);
+    reference.decoder->Update(*check->Record());
 
     const ConsoleCapture quiet;
     Player<TypeParam> player;

@@ -5,8 +5,13 @@
 #include <gtest/gtest.h>
 #include <png.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -157,6 +162,30 @@ TEST_F(ToolTest, FirstFrameOfALineScannerIsWhole) {
   EXPECT_GE(ParseBinary(Path("out/frame_0000.pcd"), "DATA binary\n").size(), 56U * 192U);
 }
 
+TEST_F(ToolTest, EveryModelGoesFromSimulationToClouds) {
+  const struct {
+    std::string model;
+    size_t files;
+    std::string remark;
+  } cases[] = {{"TS4B", 2, "Frame 2 is empty"},
+               {"TS6", 2, "Frame 2 is empty"},
+               {"NV2", 2, "2 files"},
+               {"TS4A", 2, "every point is the origin"},
+               {"KR7", 0, "no points of a KR7"},
+               {"TS4", 0, "no points of a TS4"}};
+  for (const auto& sensor : cases) {
+    const std::string recording = Path(sensor.model + ".pcap");
+    ToolProcess simulate(
+        {"simulate", recording, "--model", sensor.model, "--frames", "2", "--calib", Path("unit")});
+    ASSERT_EQ(simulate.Wait(), 0) << simulate.errors();
+    ToolProcess replay(
+        {"replay", recording, "--model", sensor.model, "--calib", Path("unit"), "--out", Path(sensor.model)});
+    EXPECT_EQ(replay.Wait(), 0) << replay.errors();
+    EXPECT_EQ(Names(Path(sensor.model)).size(), sensor.files) << sensor.model;
+    EXPECT_NE(replay.errors().find(sensor.remark), std::string::npos) << replay.errors();
+  }
+}
+
 TEST_F(ToolTest, BadInputGetsItsExitCodeAndAReason) {
   Record("street", TS4B, 1);
   std::ofstream(Path("junk.pcap")) << "this is no capture at all";
@@ -204,6 +233,7 @@ TEST_F(ToolTest, CtrlCLeavesOnlyCompleteFiles) {
                     Path("out"), "--format", "csv", "--frames", frames});
   ASSERT_TRUE(tool.WaitForError("  24576 "));
   tool.Signal(SIGINT);
+  tool.Signal(SIGTERM);  // the same wish, passed on by a parent
   EXPECT_EQ(tool.Wait(), 1);
   EXPECT_NE(tool.errors().find("interrupted"), std::string::npos);
   for (const std::string& name : Names(Path("out"))) {
@@ -259,16 +289,24 @@ class LiveToolTest : public ToolTest {
     socket_ = socket(AF_INET, SOCK_DGRAM, 0);
     address_.sin_family = AF_INET;
     address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    // A port that the kernel finds free, left free again for the tool.
-    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
-    socklen_t size = sizeof(address_);
-    ASSERT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&address_), size), 0);
-    ASSERT_EQ(getsockname(probe, reinterpret_cast<sockaddr*>(&address_), &size), 0);
-    close(probe);
+    address_.sin_port = htons(static_cast<uint16_t>(std::stoi(FreePort())));
   }
   void TearDown() override {
     close(socket_);
     ToolTest::TearDown();
+  }
+
+  /// One that the kernel finds free, left free again for the tool.
+  static std::string FreePort() {
+    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    EXPECT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    close(probe);
+    return std::to_string(ntohs(address.sin_port));
   }
 
   std::string Port() const { return std::to_string(ntohs(address_.sin_port)); }
@@ -299,6 +337,21 @@ TEST_F(LiveToolTest, StoresCloudsAndImuSamples) {
   EXPECT_EQ(ParseBinary(Path("out/frame_0001.pcd"), "DATA binary\n").size(), 56U * 192U);
   const std::string imu = ReadFile(Path("imu.csv"));
   EXPECT_GT(std::count(imu.begin(), imu.end(), '\n'), 20);
+}
+
+TEST_F(LiveToolTest, TakesTheCalibrationFromTheSensor) {
+  const std::string command_port = FreePort();
+  ToolProcess sensor({"simulate", "--live", "--model", "TS4B", "--port", Port(), "--command-port",
+                      command_port, "--calib", Path("unit")});
+  ASSERT_TRUE(sensor.WaitForError("Streaming"));
+  ToolProcess tool({"live", "--model", "TS4B", "--host", "127.0.0.1", "--port", Port(), "--sensor",
+                    "127.0.0.1", "--command-port", command_port, "--out", Path("out")});
+  EXPECT_TRUE(tool.WaitForError("calibration: from the sensor"));
+  tool.Signal(SIGINT);
+  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+  sensor.Signal(SIGINT);
+  EXPECT_EQ(sensor.Wait(), 0) << sensor.errors();
+  EXPECT_FALSE(Names(Path("out")).empty());
 }
 
 TEST_F(LiveToolTest, TellsSilenceFromAWrongModel) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -13,9 +14,26 @@ namespace orva::test {
 
 using tevoro::lidar::CheckParam;
 
+/// The floats of a record at their proper places; in the record itself, which is packed, they stand anywhere.
+struct Calibration {
+  float azimuth[tevoro::lidar::CALIB_TABLE_ENTRIES] = {};
+  float elevation[tevoro::lidar::CALIB_TABLE_ENTRIES] = {};
+  float weight[4] = {};
+  float near_filter[8] = {0, 0, 0, 0, 5.0F, 5.0F, 2.0F, 0};
+
+  std::unique_ptr<CheckParam> Record() const {
+    auto check = std::make_unique<CheckParam>();
+    std::memcpy(&check->azimuth, azimuth, sizeof(azimuth));
+    std::memcpy(&check->elevation, elevation, sizeof(elevation));
+    std::memcpy(&check->weight, weight, sizeof(weight));
+    std::memcpy(&check->near_filter, near_filter, sizeof(near_filter));
+    return check;
+  }
+};
+
 /// A sensor's own: the even grid with a small error per code, small corrections, the near filter on.
-inline std::unique_ptr<CheckParam> PlausibleCalibration(Random& random) {
-  auto check = std::make_unique<CheckParam>();
+inline std::unique_ptr<Calibration> PlausibleCalibration(Random& random) {
+  auto check = std::make_unique<Calibration>();
   const auto error = [&random] { return static_cast<float>(Pick(random, 0, 1000)) * 1e-4F - 0.05F; };
   for (size_t code = 0; code < tevoro::lidar::CALIB_TABLE_ENTRIES; ++code) {
     check->azimuth[code] = -60.0F + static_cast<float>(code % 256) * 0.47F + error();
@@ -30,14 +48,14 @@ inline std::unique_ptr<CheckParam> PlausibleCalibration(Random& random) {
 
 /// Whatever a broken file or a broken sensor may hold: edges of the angle tables and of the integers,
 /// infinities.
-inline std::unique_ptr<CheckParam> HostileCalibration(Random& random) {
+inline std::unique_ptr<Calibration> HostileCalibration(Random& random) {
   const float inf = std::numeric_limits<float>::infinity();
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float values[] = {nan,    inf,         -inf,   1e30F,    -1e30F,  2.14748e7F,    -3e7F,    449.99F,
                           450.0F, -180.0F,     180.0F, -180.01F, -449.9F, 0.00999F,      -0.0049F, -0.0F,
                           1e-42F, 21474836.0F, 90.0F,  -90.0F,   45.0F,   -21474836.48F, 12.5F,    1.0F};
   const auto value = [&] { return values[random() % std::size(values)]; };
-  auto check = std::make_unique<CheckParam>();
+  auto check = std::make_unique<Calibration>();
   for (float& v : check->azimuth) v = value();
   for (float& v : check->elevation) v = value();
   for (float& v : check->weight) v = Pick(random, 0, 2) == 0 ? value() : 0.5F;
@@ -46,7 +64,7 @@ inline std::unique_ptr<CheckParam> HostileCalibration(Random& random) {
 }
 
 /// Writes a record as a calibration folder whose text gives back every bit.
-inline void WriteCalibration(const TempFolder& folder, const CheckParam& check) {
+inline void WriteCalibration(const TempFolder& folder, const Calibration& check) {
   const auto write = [&folder](const std::string& name, const float* values, size_t count,
                                const char* label) {
     std::string text = label;

@@ -12,9 +12,11 @@
 namespace {
 std::atomic<std::time_t> clock_seconds{1700000000};
 thread_local unsigned long allocations = 0;
+std::atomic<unsigned long> total_allocations{0};
 
 void* Allocate(std::size_t size, std::size_t alignment) {
   ++allocations;
+  total_allocations.fetch_add(1, std::memory_order_relaxed);
   void* memory = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
@@ -27,6 +29,9 @@ void AdvanceClock(long seconds) {
 }
 unsigned long AllocationCount() {
   return allocations;
+}
+unsigned long TotalAllocationCount() {
+  return total_allocations;
 }
 }  // namespace orva::test
 

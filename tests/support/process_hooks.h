@@ -9,4 +9,7 @@ void AdvanceClock(long seconds);
 /// Calls of `operator new` on this thread so far.
 unsigned long AllocationCount();
 
+/// The same on all threads together.
+unsigned long TotalAllocationCount();
+
 }  // namespace orva::test

@@ -178,16 +178,22 @@ template <typename PC>
 class ReferenceGrid : public ReferenceDecoder<PC> {
  public:
   using ReferenceDecoder<PC>::ReferenceDecoder;
-  void Update(const CheckParam& calibration) override { *check_ = calibration; }
+  void Update(const CheckParam& calibration) override {
+    // The record is packed: its floats are copied to where floats may stand.
+    std::memcpy(azimuth_.data(), &calibration.azimuth, sizeof(calibration.azimuth));
+    std::memcpy(elevation_.data(), &calibration.elevation, sizeof(calibration.elevation));
+    std::memcpy(weight_, &calibration.weight, sizeof(weight_));
+    std::memcpy(near_filter_, &calibration.near_filter, sizeof(near_filter_));
+  }
 
  protected:
   void TableAngles(uint32_t code, int32_t& az, int32_t& el) const {
-    az = Truncate<int32_t>(-100.0F * check_->azimuth[code]);
-    el = Truncate<int32_t>(100.0F * check_->elevation[code]);
+    az = Truncate<int32_t>(-100.0F * azimuth_[code]);
+    el = Truncate<int32_t>(100.0F * elevation_[code]);
   }
 
   double DistanceCorrection(float d, float sum, float divisor) const {
-    const float* w = check_->weight;
+    const float* w = weight_;
     const float r = sum / divisor;
     const float square = r * r * w[2];
     const float linear = r * w[0];
@@ -197,7 +203,7 @@ class ReferenceGrid : public ReferenceDecoder<PC> {
   }
 
   void FilterNear(float& d, uint32_t intensity) const {
-    const float* n = check_->near_filter;
+    const float* n = near_filter_;
     const float brightness = static_cast<float>(intensity);
     if (n[1] == 0.0F) return;
     if (n[3] > d) {
@@ -213,7 +219,10 @@ class ReferenceGrid : public ReferenceDecoder<PC> {
   uint32_t point_count_ = 0;
 
  private:
-  std::unique_ptr<CheckParam> check_ = std::make_unique<CheckParam>();
+  std::vector<float> azimuth_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
+  std::vector<float> elevation_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
+  float weight_[4] = {};
+  float near_filter_[8] = {0, 0, 0, 0, 5.0F, 5.0F, 2.0F, 0};
 };
 
 template <typename PC>

@@ -11,8 +11,8 @@ namespace orva::test {
 /// A folder of its own, removed with its contents.
 class TempFolder {
  public:
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "orva_XXXXXX").string();
+  explicit TempFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string pattern = (parent / "orva_XXXXXX").string();
     path_ = mkdtemp(pattern.data());
   }
   ~TempFolder() {

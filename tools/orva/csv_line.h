@@ -4,7 +4,9 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <string>
+#include <type_traits>
 
 namespace orva {
 
@@ -13,8 +15,18 @@ template <typename... Numbers>
 std::string CsvLine(Numbers... numbers) {
   std::string line;
   const auto append = [&line](auto number) {
-    std::array<char, 32> digits;
-    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    std::array<char, 64> digits;
+    char* const end = digits.data() + digits.size();
+    std::to_chars_result result = {};
+    if constexpr (std::is_floating_point_v<decltype(number)>) {
+      // People read these: no exponent, except where it saves a page of zeros.
+      const auto size = std::abs(number);
+      const bool plain = size == 0 || (size >= 1e-6 && size < 1e15);
+      result = std::to_chars(digits.data(), end, number,
+                             plain ? std::chars_format::fixed : std::chars_format::general);
+    } else {
+      result = std::to_chars(digits.data(), end, number);
+    }
     line.append(digits.data(), result.ptr);
     line += ',';
   };

@@ -5,7 +5,7 @@
 namespace orva {
 
 /// From now on Ctrl-C (SIGINT) and SIGTERM set a flag instead of ending the process, so that a command can
-/// finish or discard the file it is writing. A second Ctrl-C ends the process at once.
+/// finish or discard the file it is writing. Another one, at least a second later, ends the process at once.
 void CatchInterrupts();
 
 /// True after the first Ctrl-C.

@@ -26,6 +26,9 @@ struct Header {
   std::size_t points = 0;
 };
 
+constexpr std::size_t kMostBytes = 8;  ///< of a number
+constexpr std::size_t kMostCount = 10'000;
+
 [[noreturn]] void Refuse(const std::filesystem::path& path, const std::string& why) {
   throw Failure("cannot read " + path.string() + ": " + why +
                 ". Give a PCD file that 'orva replay' or 'orva live' wrote.");
@@ -63,8 +66,12 @@ Header ReadHeader(std::istream& file, const std::filesystem::path& path) {
     header.points = std::stoul(entries["POINTS"][0]);
     for (std::size_t i = 0; i < names.size(); ++i) {
       const Field field = {header.record_size, std::stoul(sizes[i]), types[i][0]};
+      const std::size_t count = std::stoul(counts[i]);
+      if (field.size > kMostBytes || count < 1 || count > kMostCount) {
+        Refuse(path, "its field '" + names[i] + "' has an impossible size");
+      }
       header.fields[names[i]] = field;
-      header.record_size += field.size * std::stoul(counts[i]);
+      header.record_size += field.size * count;
     }
   } catch (const std::logic_error&) {
     Refuse(path, "its header holds no numbers where numbers belong");

@@ -136,7 +136,7 @@ void AddRender(CLI::App& app) {
       ->check(CLI::IsMember({"distance", "intensity"}))
       ->type_name("NAME");
   command->add_option("--range", options->range, "Bird's-eye view, metres; 0 fits the frame")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0.0F, 10000.0F))
       ->capture_default_str()
       ->type_name("M");
   command->footer(kExamples);

@@ -131,8 +131,7 @@ void AddFaultOptions(CLI::App& command, SimulateOptions& options) {
   share("--drop", options.stream_faults.drop, "Packets that get lost, 0 to 1");
   share("--duplicate", options.stream_faults.duplicate, "Packets that are sent twice");
   share("--reorder", options.stream_faults.reorder, "Packets that change places with the next");
-  share("--corrupt", options.stream_faults.corrupt,
-        "Packets with a changed byte, half of them in the identifier");
+  share("--corrupt", options.stream_faults.corrupt, "Packets with a byte changed, half in the header");
   share("--wrong-length", options.stream_faults.wrong_length, "Packets with a byte too many or too few");
   share("--garble-replies", options.reply_faults.garbled, "Calibration replies that are random bytes");
   command.add_flag("--silent", options.reply_faults.silent, "Never answer a calibration request")
@@ -166,15 +165,14 @@ void AddSimulate(CLI::App& app) {
 
   command->add_option("FILE", options->file, "The recording to write, a pcap file");
   AddModelOption(*command, sensor.model);
-  command->add_option("--scene", sensor.scene, "What stands around the sensor: street, room or wall")
+  command->add_option("--scene", sensor.scene, "What stands around: street, room or wall")
       ->check(CLI::IsMember(sim::SceneNames()))
       ->capture_default_str()
       ->type_name("NAME");
-  CLI::Option* frames = command
-                            ->add_option("--frames", sensor.frames,
-                                         "Frames to simulate; 20 for a recording, without end with --live")
-                            ->type_name("N");
-  command->add_option("--seed", sensor.seed, "Number of the unit; also varies the street and the noise")
+  CLI::Option* frames =
+      command->add_option("--frames", sensor.frames, "Frames; default: 20, endless with --live")
+          ->type_name("N");
+  command->add_option("--seed", sensor.seed, "Unit number; varies street and noise too")
       ->capture_default_str()
       ->type_name("N");
   command->add_option("--rate", sensor.rate, "Frames per second")->capture_default_str()->type_name("HZ");
@@ -184,18 +182,14 @@ void AddSimulate(CLI::App& app) {
   command->add_option("--dropout", sensor.dropout, "Share of the echoes that get lost, 0 to 1")
       ->capture_default_str()
       ->type_name("SHARE");
-  command
-      ->add_option("--phase", sensor.grid_phase,
-                   "Blocks that the first frame lacks; moves the frame-end marker")
+  command->add_option("--phase", sensor.grid_phase, "Blocks missing at the start; moves the marker")
       ->capture_default_str()
       ->type_name("N");
   command->add_option("--port", options->capture.destination_port, "UDP port that the packets go to")
       ->check(CLI::Range(1, 65535))
       ->capture_default_str()
       ->type_name("N");
-  command
-      ->add_option("--calib", options->calibration_folder,
-                   "Folder for the unit's calibration files; FILE with the ending .calib when not given")
+  command->add_option("--calib", options->calibration_folder, "Calibration folder; default: FILE with .calib")
       ->type_name("FOLDER");
   command->add_option("--framing", options->capture.framing, "How the recording frames its packets")
       ->transform(CLI::CheckedTransformer(framings).description(""))
@@ -207,8 +201,7 @@ void AddSimulate(CLI::App& app) {
       ->capture_default_str()
       ->type_name("ADDRESS");
   command
-      ->add_option("--command-port", options->command_port,
-                   "With --live: UDP port that takes calibration requests")
+      ->add_option("--command-port", options->command_port, "With --live: UDP port for calibration requests")
       ->capture_default_str()
       ->type_name("N");
   AddFaultOptions(*command, *options);

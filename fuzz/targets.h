@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace orva::fuzz {
+
+// What libFuzzer and the corpus replay call. They end the program where the library breaks a promise.
+
+/// A capture file, as it is. An odd size reads every datagram, an even one those to port 2368.
+void Capture(const uint8_t* data, size_t size);
+
+/// Bytes 0 to 2: model, cloud type, options. Then 17 floats: limits, mounting and calibration, used if the
+/// options say so. Then packets: a byte that says what to do with it, two of start block, the packet's bytes
+/// behind its identifier. What is missing at the end counts as zeros.
+void Decoder(const uint8_t* data, size_t size);
+
+/// Up to four texts, parted by form feeds: azimuth, elevation, weight and near filter file.
+void CalibrationFolder(const uint8_t* data, size_t size);
+
+}  // namespace orva::fuzz

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The pieces that carry datagrams: queue, data socket, command channel.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "input/input_sock.h"
+#include "input/udp_select.h"
+#include "online/sync_queue.h"
+#include "support/console_capture.h"
+#include "support/loopback.h"
+#include "support/process_hooks.h"
+
+namespace orva::test {
+namespace {
+
+using tevoro::lidar::Buffer;
+using tevoro::lidar::InputSock;
+using tevoro::lidar::PACKET_BUFFER_SIZE;
+using tevoro::lidar::SyncQueue;
+using tevoro::lidar::UDPSelect;
+
+TEST(SyncQueue, KeepsOrderAndCountsWhileItGrowsAndWraps) {
+  SyncQueue<std::shared_ptr<int>> queue;
+  EXPECT_EQ(queue.Pop(), nullptr);
+  int in = 0, out = 0;
+  for (int round = 0; round < 40; ++round) {
+    for (int i = 0; i < 7; ++i) {
+      const uint64_t count = queue.Push(std::make_shared<int>(in++));
+      ASSERT_EQ(count, static_cast<uint64_t>(in - out));
+    }
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(*queue.Pop(), out++);
+  }
+  bool more = false;
+  while (out < in) {
+    ASSERT_EQ(*queue.Pop(more), out++);
+    ASSERT_EQ(more, out < in);
+  }
+  EXPECT_EQ(queue.Pop(more), nullptr);
+  EXPECT_FALSE(more);
+}
+
+TEST(SyncQueue, AllocatesNothingOnceItHasSeenItsLevel) {
+  SyncQueue<std::shared_ptr<Buffer>> queue;
+  for (int i = 0; i < 100; ++i) queue.Push(std::make_shared<Buffer>());
+  const unsigned long before = AllocationCount();
+  for (int i = 0; i < 10'000; ++i) queue.Push(queue.Pop());
+  EXPECT_EQ(AllocationCount(), before);
+}
+
+TEST(SyncQueue, ClearReleasesElementsOutsideTheLock) {
+  SyncQueue<std::shared_ptr<int>> queue;
+  int released = 0;
+  for (int i = 0; i < 3; ++i) {
+    queue.Push(std::shared_ptr<int>(new int(i), [&](int* p) {
+      delete p;
+      queue.Pop();  // waits for ever if the lock is held
+      ++released;
+    }));
+  }
+  queue.Clear();
+  EXPECT_EQ(released, 3);
+  EXPECT_EQ(queue.Push(nullptr), 1U);
+}
+
+InputParam DataParam(uint16_t port, const std::string& address = "127.0.0.1") {
+  InputParam param;
+  param.host_ip = address;
+  param.msop_port = port;
+  return param;
+}
+
+TEST(InputSock, ReceivesCutsAndTimesOut) {
+  const uint16_t port = FreePort();
+  InputSock input(DataParam(port));
+  ASSERT_TRUE(input.Init());
+  const UdpPeer sensor;
+  auto buffer = std::make_shared<Buffer>();
+  buffer->offset = buffer->length = 77;
+  const auto receive = [&](int size) { return input.RecvPacket(buffer, size, nullptr, true); };
+
+  EXPECT_EQ(receive(1), 0);  // nothing comes, whatever the size
+  sensor.Send(port, "");
+  EXPECT_EQ(receive(1546), 0);
+  EXPECT_EQ(buffer->length, 77U);
+
+  sensor.Send(port, "seven b");
+  sensor.Send(port, std::string(PACKET_BUFFER_SIZE + 1, 'x'));
+  sensor.Send(port, "cut here");
+  EXPECT_EQ(receive(1546), 7);
+  EXPECT_EQ(buffer->offset, 0U);
+  EXPECT_EQ(buffer->length, 7U);
+  EXPECT_EQ(buffer->data[6], 'b');
+  EXPECT_EQ(receive(1 << 20), int{PACKET_BUFFER_SIZE});  // never beyond the buffer
+  EXPECT_EQ(receive(3), 3);
+
+  const int descriptor = input.Descriptor();
+  EXPECT_TRUE(fcntl(descriptor, F_GETFL) & O_NONBLOCK);
+  input.Close();
+  input.Close();
+  EXPECT_EQ(input.Descriptor(), -1);
+  EXPECT_EQ(fcntl(descriptor, F_GETFL), -1);
+}
+
+TEST(InputSock, BindsAndFailsAsItSays) {
+  for (const char* any : {"", "not an address", "300.1.1.1"}) {
+    const uint16_t port = FreePort();
+    InputSock input(DataParam(port, any));
+    ASSERT_TRUE(input.Init()) << any;
+    UdpPeer().Send(port, "x");
+    EXPECT_TRUE(input.WaitReadEvent(60'000)) << any;
+    EXPECT_TRUE(input.WaitWriteEvent(1000)) << any;
+    input.Close();
+  }
+
+  const UdpPeer occupant;  // without address reuse
+  InputSock input(DataParam(occupant.Port()));
+  const ConsoleCapture errors(STDERR_FILENO);
+  EXPECT_FALSE(input.Init());
+  EXPECT_EQ(input.Descriptor(), -1);
+  EXPECT_EQ(errors.Text().rfind("bind failed: ", 0), 0U) << errors.Text();
+}
+
+TEST(InputSock, DestructorLeavesTheSocketOpen) {
+  int descriptor = -1;
+  {
+    InputSock input(DataParam(FreePort()));
+    ASSERT_TRUE(input.Init());
+    descriptor = input.Descriptor();
+  }
+  EXPECT_NE(fcntl(descriptor, F_GETFL), -1);
+  close(descriptor);
+}
+
+TEST(InputSock, WorksAboveSelectsDescriptorLimit) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 100);
+  if (limit.rlim_cur > limit.rlim_max || setrlimit(RLIMIT_NOFILE, &limit) != 0) GTEST_SKIP();
+  std::vector<int> fillers;
+  while (fillers.empty() || fillers.back() < FD_SETSIZE) fillers.push_back(dup(STDERR_FILENO));
+
+  const uint16_t port = FreePort();
+  InputSock input(DataParam(port));
+  ASSERT_TRUE(input.Init());
+  EXPECT_GE(input.Descriptor(), FD_SETSIZE);
+  EXPECT_FALSE(input.WaitReadEvent(1));
+  EXPECT_TRUE(input.WaitWriteEvent(1000));
+  UdpPeer().Send(port, "x");
+  EXPECT_TRUE(input.WaitReadEvent(60'000));
+  input.Close();
+  for (const int filler : fillers) close(filler);
+}
+
+class CommandChannel : public testing::Test {
+ protected:
+  static CalibrationParam Param(int32_t port, const std::string& lidar_ip, int32_t lidar_port) {
+    CalibrationParam param;
+    param.local_ip = "127.0.0.1";
+    param.local_port = port;
+    param.lidar_ip = lidar_ip;
+    param.lidar_port = lidar_port;
+    return param;
+  }
+  static int Receive(UDPSelect& channel) {
+    char bytes[16];
+    return channel.RecvData(bytes, int{sizeof(bytes)});
+  }
+};
+
+TEST_F(CommandChannel, LearnsFromTheFirstDatagramEachFieldOnItsOwn) {
+  const UdpPeer first, second;
+  struct Case {
+    const char* lidar_ip;
+    int32_t lidar_port;
+    const UdpPeer& answered;
+  } cases[] = {{"", 0, first}, {"127.0.0.1", 0, first}, {"", second.Port(), second}};
+  for (const Case& c : cases) {
+    const uint16_t port = FreePort();
+    UDPSelect channel(Param(port, c.lidar_ip, c.lidar_port));
+    ASSERT_TRUE(channel.Init());
+    if (c.lidar_port == 0) {
+      EXPECT_FALSE(channel.SendData("?", 1));
+    }
+    EXPECT_EQ(Receive(channel), 0);
+    first.Send(port, "");
+    EXPECT_EQ(Receive(channel), -1);  // an empty datagram teaches nothing
+    first.Send(port, "first");
+    second.Send(port, "second");
+    EXPECT_EQ(Receive(channel), 5);
+    EXPECT_EQ(Receive(channel), 6);
+    ASSERT_TRUE(channel.SendData("hello", 5));
+    EXPECT_EQ(c.answered.Receive(nullptr, 60'000), "hello");
+  }
+}
+
+TEST_F(CommandChannel, ClosesItsSocketOnce) {
+  int descriptor = -1;
+  {
+    UDPSelect never_opened(Param(0, "", 0));
+    UDPSelect channel(Param(0, "", 0));
+    ASSERT_TRUE(channel.Init());
+    descriptor = channel.Descriptor();
+  }
+  EXPECT_EQ(fcntl(descriptor, F_GETFL), -1);
+}
+
+}  // namespace
+}  // namespace orva::test
