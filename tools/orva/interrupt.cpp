@@ -1,28 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "interrupt.h"
 
+#include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <ctime>
 
 namespace orva {
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
-timespec first = {};
+/// Monotonic time of the first signal in nanoseconds; 0: none yet. Atomic, since any thread may run the
+/// handler.
+std::atomic<std::int64_t> first_signal = 0;
+static_assert(std::atomic<std::int64_t>::is_always_lock_free, "what a signal handler may touch");
 
 /// One key press can arrive twice, from the terminal and from a parent that passes it on: only a signal that
 /// comes a second later is a second wish.
-constexpr double kSecondWish = 1.0;
+constexpr std::int64_t kSecondWish = 1'000'000'000;
 
 extern "C" void OnSignal(int number) {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  if (interrupted == 0) {
-    first = now;
-    interrupted = 1;
-  } else if (static_cast<double>(now.tv_sec - first.tv_sec) +
-                 static_cast<double>(now.tv_nsec - first.tv_nsec) * 1e-9 >
-             kSecondWish) {
+  const std::int64_t time = std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  std::int64_t first = 0;
+  if (!first_signal.compare_exchange_strong(first, time) && time - first > kSecondWish) {
     std::signal(number, SIG_DFL);
     std::raise(number);
   }
@@ -41,7 +42,7 @@ void CatchInterrupts() {
 }
 
 bool Interrupted() {
-  return interrupted != 0;
+  return first_signal != 0;
 }
 
 }  // namespace orva

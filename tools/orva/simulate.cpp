@@ -131,7 +131,7 @@ void AddFaultOptions(CLI::App& command, SimulateOptions& options) {
   share("--drop", options.stream_faults.drop, "Packets that get lost, 0 to 1");
   share("--duplicate", options.stream_faults.duplicate, "Packets that are sent twice");
   share("--reorder", options.stream_faults.reorder, "Packets that change places with the next");
-  share("--corrupt", options.stream_faults.corrupt, "Packets with a byte changed, half in the header");
+  share("--corrupt", options.stream_faults.corrupt, "Packets with a byte changed, half in its ID");
   share("--wrong-length", options.stream_faults.wrong_length, "Packets with a byte too many or too few");
   share("--garble-replies", options.reply_faults.garbled, "Calibration replies that are random bytes");
   command.add_flag("--silent", options.reply_faults.silent, "Never answer a calibration request")
