@@ -27,8 +27,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kExamples =
     "Examples:\n"
-    "  orva live --model TS4B --port 2368 --calib calib/\n"
-    "  orva live --model TS6 --port 2368 --sensor 192.168.1.200 --command-port 2369 \\\n"
+    "  orva live --model TS4B --port 6699 --calib calib/\n"
+    "  orva live --model TS6 --port 6699 --sensor 192.168.1.200 --command-port 6690 \\\n"
     "      --frames 100 --out clouds/ --format pcd,ply --imu imu.csv\n"
     "Ctrl-C ends it, and completes the files.\n";
 

@@ -28,7 +28,7 @@ constexpr const char* kExamples =
     "  orva replay street.pcap --model TS4B --calib calib/ --frames 0-4,7 \\\n"
     "      --out clouds/\n"
     "      writes clouds/frame_0000.pcd and so on\n"
-    "  orva replay street.pcap --model TS6 --calib calib/ --port 2368 \\\n"
+    "  orva replay street.pcap --model TS6 --calib calib/ --port 6699 \\\n"
     "      --distance 0.5 80 --mount 0 0 1.8 0 2.5 0 \\\n"
     "      --format pcd,ply,csv --out clouds/\n";
 
