@@ -5,6 +5,8 @@
 #include <iterator>
 #include <list>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "decoder/decoder_factory.h"
@@ -41,25 +43,16 @@ class Pieces {
 };
 
 constexpr LidarType kModels[] = {KR7, NV2, TS4A, TS4B, TS4, TS6};
+/// Limits, mounting and what a calibration is filled with.
 using Numbers = std::array<float, 17>;
 
-/// Options: with the low bits set the input gives limits and mounting, with the high bits a calibration.
-/// Whole nibbles, because a new calibration costs more than a thousand packets.
-bool GivesSetUp(uint8_t options) {
-  return (options & 0x0FU) == 0x0FU;
-}
-bool GivesCalibration(uint8_t options) {
-  return (options & 0xF0U) == 0xF0U;
-}
-
 template <typename PC>
-std::shared_ptr<tevoro::lidar::Decoder<PC>> MakeDecoder(LidarType model, uint8_t options, const Numbers& n) {
+std::shared_ptr<tevoro::lidar::Decoder<PC>> MakeDecoder(LidarType model, const Numbers* numbers) {
   DecoderParam param{0.0F, 1000.0F, -360.0F, 360.0F, -360.0F, 360.0F, false, 0, 0, 0, 0, 0, 0};
-  if (GivesSetUp(options))
-    param = {n[0], n[1], n[2], n[3], n[4], n[5], true, n[6], 1.0F, 2.0F, n[7], n[8], n[9]};
+  if (numbers == nullptr) return tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
+  const Numbers& n = *numbers;
+  param = {n[0], n[1], n[2], n[3], n[4], n[5], true, n[6], 1.0F, 2.0F, n[7], n[8], n[9]};
   auto decoder = tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
-  ORVA_EXPECT(decoder != nullptr);
-  if (!GivesCalibration(options)) return decoder;
   // Seven numbers fill the tables in turn, so that neighbours differ.
   const auto check = std::make_unique<CheckParam>();
   for (size_t i = 0; i < tevoro::lidar::CALIB_TABLE_ENTRIES; ++i) {
@@ -72,35 +65,31 @@ std::shared_ptr<tevoro::lidar::Decoder<PC>> MakeDecoder(LidarType model, uint8_t
   return decoder;
 }
 
-/// The grid models prepare tables when they are made. Those of the last set-ups are kept, their frames
-/// closed: what is left of earlier inputs is TS6's place in its cycle of 256 blocks.
+/// The grid models prepare tables when they are made, which takes longer than a thousand packets. So the last
+/// ones are kept, their frames closed: what is left of earlier inputs is TS6's place in its cycle of 256
+/// blocks.
 template <typename PC>
-std::shared_ptr<tevoro::lidar::Decoder<PC>> GetDecoder(LidarType model, uint8_t options,
-                                                       const Numbers& numbers) {
-  if (model != TS4B && model != TS6) return MakeDecoder<PC>(model, options, numbers);
-  struct Kept {
-    std::array<uint8_t, sizeof(Numbers) + 2> key;
-    std::shared_ptr<tevoro::lidar::Decoder<PC>> decoder;
-  };
-  static std::list<Kept> kept;
-  decltype(Kept::key) key{};
-  key[0] = static_cast<uint8_t>(model);
-  key[1] = static_cast<uint8_t>(GivesSetUp(options) + 2 * GivesCalibration(options));
-  if (key[1] != 0) std::memcpy(&key[2], numbers.data(), sizeof(Numbers));
-  const auto found = std::find_if(kept.begin(), kept.end(), [&](const Kept& k) { return k.key == key; });
+std::shared_ptr<tevoro::lidar::Decoder<PC>> GetDecoder(LidarType model, const Numbers* numbers) {
+  if (model != TS4B && model != TS6) return MakeDecoder<PC>(model, numbers);
+  static std::list<std::pair<std::string, std::shared_ptr<tevoro::lidar::Decoder<PC>>>> kept;
+  std::string key = std::to_string(model);
+  if (numbers != nullptr) key.append(reinterpret_cast<const char*>(numbers->data()), sizeof(Numbers));
+  const auto found =
+      std::find_if(kept.begin(), kept.end(), [&](const auto& entry) { return entry.first == key; });
   if (found != kept.end()) {
     kept.splice(kept.begin(), kept, found);
   } else {
-    kept.push_front({key, MakeDecoder<PC>(model, options, numbers)});
+    kept.emplace_front(key, MakeDecoder<PC>(model, numbers));
     if (kept.size() > 32) kept.pop_back();
   }
-  return kept.front().decoder;
+  return kept.front().second;
 }
 
 template <typename PC>
-void Run(LidarType model, uint8_t options, Pieces& pieces) {
+void Run(LidarType model, bool configured, Pieces& pieces) {
   const auto numbers = pieces.Take<Numbers>();
-  const auto decoder = GetDecoder<PC>(model, options, numbers);
+  const auto decoder = GetDecoder<PC>(model, configured ? &numbers : nullptr);
+  ORVA_EXPECT(decoder != nullptr);
   size_t frames = 0;
   const auto fresh_cloud = [] { return std::make_shared<PC>(); };
   decoder->RegisterCallBack([](const Error& error) { ORVA_EXPECT(error.error_level == 1); },
@@ -165,10 +154,10 @@ void Decoder(const uint8_t* data, size_t size) {
   Pieces pieces(data, size);
   const auto model = kModels[pieces.Take<uint8_t>() % std::size(kModels)];
   const auto cloud = pieces.Take<uint8_t>();
-  const auto options = pieces.Take<uint8_t>();
-  if (cloud % 3 == 0) Run<PointCloud<Point>>(model, options, pieces);
-  if (cloud % 3 == 1) Run<PointCloud<PointTime>>(model, options, pieces);
-  if (cloud % 3 == 2) Run<PointCloud<PointSource>>(model, options, pieces);
+  const bool configured = pieces.Take<uint8_t>() == 0xFF;
+  if (cloud % 3 == 0) Run<PointCloud<Point>>(model, configured, pieces);
+  if (cloud % 3 == 1) Run<PointCloud<PointTime>>(model, configured, pieces);
+  if (cloud % 3 == 2) Run<PointCloud<PointSource>>(model, configured, pieces);
 }
 
 }  // namespace orva::fuzz

@@ -17,7 +17,6 @@
 namespace orva::test {
 namespace {
 
-using tevoro::lidar::CALIB_TABLE_ENTRIES;
 using tevoro::lidar::CheckParam;
 using tevoro::lidar::ParamService;
 
@@ -32,90 +31,77 @@ std::string Table(size_t count, int first, const std::string& label = "") {
   return text;
 }
 
-struct File {
-  std::string name;
-  size_t values;
-};
+using Files = std::vector<std::pair<std::string, size_t>>;  // name, number of values
 
-struct FolderCase {
-  const char* name;
-  LidarType model;
-  std::vector<File> files;
-  bool loaded;
-  bool azimuth, elevation, weight, near_filter;  ///< which fields were filled
-};
-
-const std::vector<File> kExact = {
+const Files kExact = {
     {"azimuth.csv", 49152}, {"elevation.csv", 49152}, {"weight.csv", 4}, {"near_filter.csv", 8}};
-const std::vector<File> kFourfold = {
+const Files kFourfold = {
     {"azimuth.csv", 196608}, {"elevation.csv", 196608}, {"weight.csv", 16}, {"near_filter.csv", 32}};
 
-std::vector<File> With(std::vector<File> files, const File& file, size_t replaced = SIZE_MAX) {
-  if (replaced < files.size()) {
-    files[replaced] = file;
-  } else {
-    files.push_back(file);
-  }
+/// `files` with one of them replaced, or one more.
+Files With(Files files, const std::string& name, size_t values, size_t replaced = 4) {
+  files.resize(std::max(files.size(), replaced + 1));
+  files[replaced] = {name, values};
   return files;
 }
 
+void WriteFiles(const TempFolder& folder, const Files& files) {
+  for (const auto& [name, values] : files) {
+    folder.Write(name, Table(values, 10, name.find("weight") != std::string::npos ? "label," : ""));
+  }
+}
+
 TEST(CalibrationFolder, LoadsExactlyFourFiles) {
-  const FolderCase cases[] = {
-      {"exact", TS4B, kExact, true, true, true, true, true},
-      {"exact, TS6", TS6, kExact, true, true, true, true, true},
-      {"fourfold, TS4A", TS4A, kFourfold, true, true, true, true, true},
-      {"fourfold, TS4", TS4, kFourfold, true, true, true, true, true},
-      {"fourfold, TS4B", TS4B, kFourfold, true, true, true, true, true},
-      {"exact, TS4A", TS4A, kExact, false, false, false, false, false},
-      {"tables short by one", TS4, With(kFourfold, {"azimuth.csv", 196607}, 0), false, false, true, true,
-       true},
-      {"azimuth short", TS4B, With(kExact, {"azimuth.csv", 49151}, 0), false, false, true, true, true},
-      {"near filter short", TS4B, With(kExact, {"near_filter.csv", 7}, 3), false, true, true, true, false},
-      {"weight short, TS4A", TS4A, With(kFourfold, {"weight.csv", 15}, 2), false, true, true, false, true},
-      {"near filter short, TS4A", TS4A, With(kFourfold, {"near_filter.csv", 31}, 3), false, true, true, true,
-       false},
-      {"five successes", TS4B, With(kExact, {"weight2.csv", 4}), false, true, true, true, true},
-      {"four successes of three", TS4B, With(kExact, {"azimuth2.csv", 49152}, 3), true, true, true, true,
-       false},
-      {"a stranger beside them", TS4B, With(kExact, {"README", 3}), true, true, true, true, true},
-      {"first keyword counts", TS4B, With(kExact, {"elevation_azimuth.csv", 49152}, 0), true, true, true,
-       true, true},
-      {"below sub-folders", TS4B, With(kExact, {"more/deep/x_elevation_y", 49152}, 1), true, true, true, true,
-       true},
-      {"parent folder weight", TS4B, With(kExact, {"weight/near_filter.csv", 8}, 3), true, true, true, true,
-       false},
-      {"empty file", TS4B, With(kExact, {"elevation.csv", 0}, 1), false, true, false, true, true},
-      {"no file", TS6, {}, false, false, false, false, false},
-      {"KR7", KR7, kExact, false, false, false, false, false},
-      {"NV2", NV2, kExact, false, false, false, false, false},
-      {"no model", static_cast<LidarType>(2), kExact, false, false, false, false, false},
+  struct Case {
+    const char* name;
+    LidarType model;
+    Files files;
+    bool loaded;
+    std::string filled;  // fields: a, e, w, n
   };
-  for (const FolderCase& c : cases) {
+  const Case cases[] = {
+      {"exact", TS4B, kExact, true, "aewn"},
+      {"exact, TS6", TS6, kExact, true, "aewn"},
+      {"exact, TS4A", TS4A, kExact, false, ""},
+      {"fourfold, TS4A", TS4A, kFourfold, true, "aewn"},
+      {"fourfold, TS4", TS4, kFourfold, true, "aewn"},
+      {"fourfold, TS4B", TS4B, kFourfold, true, "aewn"},
+      {"fourfold but one value", TS4, With(kFourfold, "azimuth.csv", 196607, 0), false, "ewn"},
+      {"weight short, TS4A", TS4A, With(kFourfold, "weight.csv", 15, 2), false, "aen"},
+      {"near filter short, TS4A", TS4A, With(kFourfold, "near_filter.csv", 31, 3), false, "aew"},
+      {"azimuth short", TS4B, With(kExact, "azimuth.csv", 49151, 0), false, "ewn"},
+      {"near filter short", TS4B, With(kExact, "near_filter.csv", 7, 3), false, "aew"},
+      {"five successes", TS4B, With(kExact, "weight2.csv", 4), false, "aewn"},
+      {"four successes of three", TS4B, With(kExact, "azimuth2.csv", 49152, 3), true, "aew"},
+      {"a stranger beside them", TS4B, With(kExact, "README", 3), true, "aewn"},
+      {"first keyword counts", TS4B, With(kExact, "elevation_azimuth.csv", 49152, 0), true, "aewn"},
+      {"below sub-folders", TS4B, With(kExact, "more/deep/x_elevation_y", 49152, 1), true, "aewn"},
+      {"parent folder weight", TS4B, With(kExact, "weight/near_filter.csv", 8, 3), true, "aew"},
+      {"empty file", TS4B, With(kExact, "elevation.csv", 0, 1), false, "awn"},
+      {"no file", TS6, {}, false, ""},
+      {"KR7", KR7, kExact, false, ""},
+      {"NV2", NV2, kExact, false, ""},
+  };
+  for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const TempFolder folder;
-    for (const File& file : c.files) {
-      const bool labelled = file.name.find("weight") != std::string::npos;
-      folder.Write(file.name, Table(file.values, 10, labelled ? "label," : ""));
-    }
+    WriteFiles(folder, c.files);
     ParamService service;
-    bool loaded = false;
-    {
-      const ConsoleCapture quiet;
-      loaded = service.LoadCheckFolder(c.model, folder.Path());
-      if (c.model == KR7 || c.model == NV2) EXPECT_EQ(quiet.Text(), "") << "the folder is not even listed";
+    const ConsoleCapture console;
+    EXPECT_EQ(service.LoadCheckFolder(c.model, folder.Path()), c.loaded);
+    if (c.model == KR7 || c.model == NV2) {
+      EXPECT_EQ(console.Text(), "") << "the folder is not even listed";
+      continue;
     }
-    EXPECT_EQ(loaded, c.loaded);
-    if (c.model == KR7 || c.model == NV2 || service.GetCheckParam(c.model) == nullptr) continue;
     const CheckParam& check = *service.GetCheckParam(c.model);
-    const auto filled = [](float value) { return value >= 10.0F; };
-    EXPECT_EQ(filled(check.azimuth[0]), c.azimuth);
-    EXPECT_EQ(filled(check.elevation[0]), c.elevation);
-    EXPECT_EQ(filled(check.weight[0]), c.weight);
-    EXPECT_EQ(filled(check.near_filter[0]), c.near_filter);
-    if (c.azimuth) EXPECT_EQ(+check.azimuth[CALIB_TABLE_ENTRIES - 1], 10.0F + CALIB_TABLE_ENTRIES - 1);
-    if (c.near_filter) EXPECT_EQ(+check.near_filter[7], 17.0F);
-    if (!c.near_filter) EXPECT_EQ(+check.near_filter[6], 2.0F) << "keeps its default";
-    if (c.weight && c.loaded) EXPECT_EQ(+check.weight[3], 13.0F) << "the label is skipped";
+    std::string filled;
+    if (check.azimuth[0] == 10.0F && check.azimuth[49151] == 10.0F + 49151) filled += 'a';
+    if (check.elevation[0] == 10.0F && check.elevation[49151] == 10.0F + 49151) filled += 'e';
+    if (check.weight[0] == 10.0F && check.weight[3] == 13.0F) filled += 'w';
+    if (check.near_filter[0] == 10.0F && check.near_filter[7] == 17.0F) filled += 'n';
+    EXPECT_EQ(filled, c.filled);
+    if (c.filled.find('n') == std::string::npos)
+      EXPECT_EQ(+check.near_filter[6], 2.0F) << "keeps its default";
   }
 }
 
@@ -160,8 +146,7 @@ TEST(CalibrationFolder, LeavesErrorsOfTheFileSystemToItsCaller) {
 
 TEST(CalibrationFolder, IsNotHeldUpByPipes) {
   const TempFolder folder;
-  for (const File& file : kExact)
-    folder.Write(file.name, Table(file.values, 10, file.values == 4 ? "w," : ""));
+  WriteFiles(folder, kExact);
   ASSERT_EQ(mkfifo(folder.Path("azimuth_pipe").c_str(), 0600), 0);
   std::filesystem::create_symlink("/dev/zero", folder.Path("elevation_device"));
   std::filesystem::create_symlink("nowhere", folder.Path("weight_dangling"));

@@ -18,6 +18,18 @@ constexpr const char* kWrongLidar =
 constexpr const char* kWrongInput =
     "\033[1m\033[31mWrong Input Type. Please check your LiDAR Version! \033[0m\n";
 
+class Facade : public testing::Test {
+ protected:
+  Facade() {
+    Random random(2);
+    WriteRecording(capture_, FiveSweeps(random, TS4B));
+  }
+  const TempFolder folder_;
+  const std::string capture_ = folder_.Path("sweeps.pcap");
+  const DriverParam param_ = ReplayParam(TS4B, capture_);
+  const ConsoleCapture quiet_;
+};
+
 void ExpectNoManager(OrvaDriver<Cloud>& driver) {
   int frames = 4711;
   EXPECT_FALSE(driver.Start());
@@ -27,32 +39,25 @@ void ExpectNoManager(OrvaDriver<Cloud>& driver) {
   driver.Stop();
 }
 
-TEST(Facade, RefusesWrongConfigurationsAndForgetsTheOldOne) {
-  const TempFolder folder;
-  const std::string capture = folder.Path("sweeps.pcap");
-  Random random(2);
-  WriteRecording(capture, FiveSweeps(random, TS4B));
-  const std::string missing = folder.Path("missing.pcap");
+TEST_F(Facade, RefusesWrongConfigurationsAndForgetsTheOldOne) {
+  const std::string missing = folder_.Path("missing.pcap");
   struct Case {
     int input, lidar;
     std::string path, said;
   };
   const Case cases[] = {
-      {1, 2, capture, "type:2\n" + std::string(kWrongLidar)},
-      {0, 17, capture, "type:17\n" + std::string(kWrongLidar)},
-      {2, 34, capture, "type:34\n" + std::string(kWrongLidar)},
-      {2, 33, capture, "type:33\n" + std::string(kWrongInput)},
+      {1, 2, capture_, "type:2\n" + std::string(kWrongLidar)},
+      {0, 17, capture_, "type:17\n" + std::string(kWrongLidar)},
+      {2, 34, capture_, "type:34\n" + std::string(kWrongLidar)},
+      {2, 33, capture_, "type:33\n" + std::string(kWrongInput)},
       {1, 33, missing, "type:33\npcap_file:" + missing + "\n"},
-      {1, 16, folder.Write("garbage", "no capture"), "type:16\npcap_file:" + folder.Path("garbage") + "\n"},
+      {1, 16, folder_.Write("garbage", "no capture"), "type:16\npcap_file:" + folder_.Path("garbage") + "\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.said);
-    const ConsoleCapture all;
     Player<Cloud> player;
     ExpectNoManager(player.driver);
-    ASSERT_TRUE(player.driver.InitDriver(ReplayParam(TS4B, capture)));
-    ASSERT_TRUE(player.driver.Start());
-    ASSERT_GT(player.WaitIndexed(), 0);
+    ASSERT_GT(player.Open(param_), 0);
     DriverParam param = ReplayParam(static_cast<LidarType>(c.lidar), c.path);
     param.input_type = static_cast<InputType>(c.input);
     {
@@ -61,45 +66,30 @@ TEST(Facade, RefusesWrongConfigurationsAndForgetsTheOldOne) {
       EXPECT_EQ(console.Text(), c.said);
     }
     ExpectNoManager(player.driver);
-    ASSERT_TRUE(player.driver.InitDriver(ReplayParam(TS4B, capture))) << "a failure leaves nothing behind";
-    ASSERT_TRUE(player.driver.Start());
-    ASSERT_GT(player.WaitIndexed(), 0);
+    ASSERT_GT(player.Open(param_), 0);
     EXPECT_NE(player.Play(0), nullptr);
   }
 }
 
-TEST(Facade, DestructionAndInitEndARunningPlay) {
-  const TempFolder folder;
-  Random random(2);
-  const DriverParam param = ReplayParam(TS4B, folder.Path("sweeps.pcap"));
-  WriteRecording(param.input_param.pcap_path, FiveSweeps(random, TS4B));
-  const ConsoleCapture quiet;
+TEST_F(Facade, DestructionAndInitEndARunningPlay) {
   for (int i = 0; i < 20; ++i) {
     Player<Cloud> player;
-    ASSERT_TRUE(player.driver.InitDriver(param));
-    ASSERT_TRUE(player.driver.Start());
+    ASSERT_TRUE(player.driver.InitDriver(param_) && player.driver.Start());
     if (i % 2 == 0) ASSERT_GT(player.WaitIndexed(), 0);
     player.driver.SetLocalFrame(1);
-    if (i % 4 < 2) ASSERT_TRUE(player.driver.InitDriver(param)) << "releases the running manager";
+    if (i % 4 < 2) ASSERT_TRUE(player.driver.InitDriver(param_)) << "releases the running manager";
   }
 }
 
-TEST(Facade, AnExceptionOfTheFirstGetCallbackReachesTheCaller) {
-  const TempFolder folder;
-  Random random(2);
-  const DriverParam param = ReplayParam(TS4B, folder.Path("sweeps.pcap"));
-  WriteRecording(param.input_param.pcap_path, FiveSweeps(random, TS4B));
-  const ConsoleCapture quiet;
+TEST_F(Facade, AnExceptionOfTheFirstGetCallbackReachesTheCaller) {
   bool fails = true;
   Player<Cloud> player([&fails] {
     if (fails) throw std::runtime_error("no memory for clouds");
     return std::make_shared<Cloud>();
   });
-  EXPECT_THROW(player.driver.InitDriver(param), std::runtime_error);
+  EXPECT_THROW(player.driver.InitDriver(param_), std::runtime_error);
   fails = false;
-  ASSERT_TRUE(player.driver.InitDriver(param));
-  ASSERT_TRUE(player.driver.Start());
-  ASSERT_GT(player.WaitIndexed(), 0);
+  ASSERT_GT(player.Open(param_), 0);
   EXPECT_NE(player.Play(0), nullptr);
 }
 

@@ -45,7 +45,7 @@ bool SameBytes(const CheckParam& a, const CheckParam& b) {
 
 TEST(CalibrationStream, FillsTheRecordByteForByteInAnyOrder) {
   Random random(1);
-  const auto sent = PlausibleCalibration(random)->Record();
+  const auto sent = PlausibleCalibration(random);
   for (const LidarType model : {TS4A, TS4B, TS6}) {
     for (const char* order : {"ABCD", "DCBA", "BADC"}) {
       const ConsoleCapture quiet;
@@ -59,7 +59,7 @@ TEST(CalibrationStream, FillsTheRecordByteForByteInAnyOrder) {
 
 TEST(CalibrationStream, LeavesOutWhatIsMissingOrShort) {
   Random random(2);
-  const auto sent = PlausibleCalibration(random)->Record();
+  const auto sent = PlausibleCalibration(random);
   CheckParam want;
   std::memcpy(want.weight, sent->weight, sizeof(want.weight));
   // A table one float short is ignored; bytes behind a section's own are too.
@@ -77,7 +77,7 @@ TEST(CalibrationStream, LeavesOutWhatIsMissingOrShort) {
 
 TEST(CalibrationStream, TakesTheFirstMarkerOnAWordEvenInsideData) {
   Random random(3);
-  const auto sent = PlausibleCalibration(random)->Record();
+  const auto sent = PlausibleCalibration(random);
   std::memcpy(&sent->elevation[100], "CCCC", 4);  // cuts the elevation short
   CheckParam want;
   std::memcpy(want.azimuth, sent->azimuth, sizeof(want.azimuth));
@@ -113,7 +113,7 @@ TEST(CalibrationStream, SaysWhatToAskNext) {
 
 TEST(CalibrationStream, SurvivesHostileLengths) {
   Random random(4);
-  const std::string sections = SectionStream(*PlausibleCalibration(random)->Record(), "DCA").substr(0, 1500);
+  const std::string sections = SectionStream(*PlausibleCalibration(random), "DCA").substr(0, 1500);
   const uint32_t lengths[] = {0, 1, 31, 32, 33, 36, 40, 1532, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
   for (const uint32_t length : lengths) {
     for (const LidarType model : {KR7, NV2, TS4, TS4A, TS4B, TS6, static_cast<LidarType>(5)}) {
@@ -130,7 +130,7 @@ TEST(CalibrationStream, SurvivesHostileLengths) {
 
 TEST(CalibrationStream, StoresNoMoreThanSixteenMebibytes) {
   Random random(5);
-  const auto sent = PlausibleCalibration(random)->Record();
+  const auto sent = PlausibleCalibration(random);
   constexpr size_t kLimit = 16U << 20;
   std::string stream(17U << 20, 'x');
   stream.replace(kLimit - 64, 20, SectionStream(*sent, "C"));
@@ -170,7 +170,7 @@ struct Loading {
 
 TEST(CalibrationLoader, AsksChunkByChunkAndAnnouncesTheLast) {
   Random random(6);
-  const auto sent = PlausibleCalibration(random)->Record();
+  const auto sent = PlausibleCalibration(random);
   CommandPort port(CommandPort::Obedient(SectionStream(*sent)));
   Loading loading(TS4B, port);
   ASSERT_TRUE(loading.Completes());

@@ -3,8 +3,10 @@
 // Packets of every model, built field by field or at random.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -34,10 +36,8 @@ inline constexpr WireLayout WIRE_LAYOUTS[] = {
 };
 
 inline const WireLayout& LayoutOf(LidarType model) {
-  for (const WireLayout& layout : WIRE_LAYOUTS) {
-    if (layout.model == model) return layout;
-  }
-  return WIRE_LAYOUTS[0];
+  return *std::find_if(std::begin(WIRE_LAYOUTS), std::end(WIRE_LAYOUTS),
+                       [model](const WireLayout& layout) { return layout.model == model; });
 }
 
 class Packet {
@@ -112,13 +112,7 @@ class Packet {
 
 /// Lets every finite point pass.
 inline DecoderParam OpenLimits() {
-  DecoderParam param;
-  param.max_distance = 1000.0F;
-  param.min_azimuth = -180.0F;
-  param.max_azimuth = 180.0F;
-  param.min_elevation = -90.0F;
-  param.max_elevation = 90.0F;
-  return param;
+  return {0.0F, 1000.0F, -180.0F, 180.0F, -90.0F, 90.0F, false, 0, 0, 0, 0, 0, 0};
 }
 
 using Random = std::mt19937;

@@ -30,6 +30,10 @@ class Player {
   }
   ~Player() { driver.Stop(); }
 
+  /// Initialises and starts the driver; the frames of the index, or -1.
+  int Open(const DriverParam& param) {
+    return driver.InitDriver(param) && driver.Start() ? WaitIndexed() : -1;
+  }
   /// The frames of the index, or -1 if indexing does not end.
   int WaitIndexed() {
     int frames = -1;

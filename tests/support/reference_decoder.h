@@ -15,6 +15,7 @@
 #include <limits>
 #include <memory>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "orva_driver.h"
@@ -69,11 +70,13 @@ inline double UtcSeconds(const uint8_t* p) {
   return static_cast<double>(timegm(&t)) + U24(p) * 1e-6;
 }
 
+/// One decoder of any model. `Decode` and `Split` take accepted packets of the model's length.
 template <typename PC>
 class ReferenceDecoder {
  public:
-  explicit ReferenceDecoder(const DecoderParam& param)
-      : param_(param),
+  ReferenceDecoder(LidarType model, const DecoderParam& param)
+      : model_(model),
+        param_(param),
         sine_(AngleTables::Get().sine.data() + 18000),
         cosine_(AngleTables::Get().cosine.data() + 18000) {
     const auto radians = [](float degrees) { return degrees * M_PI * 0.005555556; };
@@ -85,12 +88,53 @@ class ReferenceDecoder {
       for (int column = 0; column < 4; ++column) mounting_[row][column] = mounting.matrix()(row, column);
     }
   }
-  virtual ~ReferenceDecoder() = default;
 
-  virtual void Update(const CheckParam& /*calibration*/) {}
-  /// An accepted packet of the model's length. True when a frame ended in it.
-  virtual bool Decode(const uint8_t* packet, uint16_t start) = 0;
-  virtual bool Split(const uint8_t* packet, uint16_t& seq) = 0;
+  void Update(const CheckParam& calibration) {
+    // The record is packed: its floats are copied to where floats may stand.
+    std::memcpy(azimuth_.data(), &calibration.azimuth, sizeof(calibration.azimuth));
+    std::memcpy(elevation_.data(), &calibration.elevation, sizeof(calibration.elevation));
+    std::memcpy(weight_, &calibration.weight, sizeof(weight_));
+    std::memcpy(near_filter_, &calibration.near_filter, sizeof(near_filter_));
+  }
+
+  /// True when a frame ended in the packet.
+  bool Decode(const uint8_t* packet, uint16_t start) {
+    switch (model_) {
+      case TS4B:
+        return DecodeTS4B(packet, start);
+      case TS6:
+        return DecodeTS6(packet, start);
+      case NV2:
+        return DecodeNV2(packet, start);
+      case TS4A:
+        return DecodeTS4A(packet, start);
+      default:
+        return false;
+    }
+  }
+
+  bool Split(const uint8_t* packet, uint16_t& seq) {
+    if (model_ == NV2 && LineFell(packet[24])) {
+      seq = 1;
+      return true;
+    }
+    if (model_ == KR7) {
+      const uint32_t counter = U16(packet + 26);
+      if (started_ && counter >= frame_counter_) return false;
+      frame_counter_ = counter;
+      if (started_) seq = 0;
+      return std::exchange(started_, true);
+    }
+    const int blocks = model_ == TS6 ? 64 : model_ == TS4A || model_ == TS4B ? 32 : 0;
+    const int stride = model_ == TS6 ? 16 : model_ == TS4A ? 25 : 40;
+    for (int k = 0; k < blocks; ++k) {
+      if (packet[25 + stride * k] != 0x7F || packet[26 + stride * k] != 0xBF) continue;
+      seq = static_cast<uint16_t>(k + 1);
+      return true;
+    }
+    return false;
+  }
+
   void FinishFrame() { on_frame(0.0); }
 
   PC* cloud = nullptr;    ///< null: nothing is stored
@@ -98,7 +142,7 @@ class ReferenceDecoder {
   std::function<void(double time)> on_frame = [](double) {};
   std::function<void()> on_imu = [] {};
 
- protected:
+ private:
   using PointT = typename PC::PointType;
 
   float Sine(int32_t a) const { return a < -18000 || a > 44999 ? sine_[0] : sine_[a]; }
@@ -128,6 +172,8 @@ class ReferenceDecoder {
   }
 
   void Push(PointT& point, uint32_t intensity, uint8_t line, double time) {
+    if (cloud == nullptr) return;
+    ++point_count_;
     point.intensity = static_cast<uint16_t>(intensity);
     point.label = line;
     if constexpr (!std::is_same_v<PointT, Point>) point.timestamp = time;
@@ -155,38 +201,6 @@ class ReferenceDecoder {
     on_imu();
   }
 
-  static bool FindMarker(const uint8_t* packet, int blocks, int stride, uint16_t& seq) {
-    for (int k = 0; k < blocks; ++k) {
-      if (packet[25 + stride * k] == 0x7F && packet[26 + stride * k] == 0xBF) {
-        seq = static_cast<uint16_t>(k + 1);
-        return true;
-      }
-    }
-    return false;
-  }
-
-  const DecoderParam param_;
-
- private:
-  const float* sine_;
-  const float* cosine_;
-  double mounting_[3][4];
-};
-
-/// What TS4B and TS6 have in common: calibrated angles, distance correction, near filter.
-template <typename PC>
-class ReferenceGrid : public ReferenceDecoder<PC> {
- public:
-  using ReferenceDecoder<PC>::ReferenceDecoder;
-  void Update(const CheckParam& calibration) override {
-    // The record is packed: its floats are copied to where floats may stand.
-    std::memcpy(azimuth_.data(), &calibration.azimuth, sizeof(calibration.azimuth));
-    std::memcpy(elevation_.data(), &calibration.elevation, sizeof(calibration.elevation));
-    std::memcpy(weight_, &calibration.weight, sizeof(weight_));
-    std::memcpy(near_filter_, &calibration.near_filter, sizeof(near_filter_));
-  }
-
- protected:
   void TableAngles(uint32_t code, int32_t& az, int32_t& el) const {
     az = Truncate<int32_t>(-100.0F * azimuth_[code]);
     el = Truncate<int32_t>(100.0F * elevation_[code]);
@@ -215,29 +229,14 @@ class ReferenceGrid : public ReferenceDecoder<PC> {
 
   static float TimeOfFlight(uint32_t t) { return static_cast<float>((t >> 6U) + (t & 63U) * 0.015625); }
 
-  uint32_t block_counter_ = 0;
-  uint32_t point_count_ = 0;
-
- private:
-  std::vector<float> azimuth_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
-  std::vector<float> elevation_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
-  float weight_[4] = {};
-  float near_filter_[8] = {0, 0, 0, 0, 5.0F, 5.0F, 2.0F, 0};
-};
-
-template <typename PC>
-class ReferenceTS4B : public ReferenceGrid<PC> {
- public:
-  using ReferenceGrid<PC>::ReferenceGrid;
-
-  bool Decode(const uint8_t* packet, uint16_t start) override {
+  bool DecodeTS4B(const uint8_t* packet, uint16_t start) {
     bool frame_end = false;
     for (int k = start; k < 32; ++k) {
       const uint8_t* block = packet + 40 * k;
       const uint8_t column = block[25];
       const uint8_t line = block[26];
       if (column == 0x7F && line == 0xBF) frame_end = true;
-      const float tof = this->TimeOfFlight(U24(block + 34));
+      const float tof = TimeOfFlight(U24(block + 34));
       const float raw = static_cast<float>((tof * 1.645 - 2.09) * 0.15);
       const uint32_t code = line * 256U + column;
       int32_t az = 0;
@@ -246,43 +245,26 @@ class ReferenceTS4B : public ReferenceGrid<PC> {
         az = static_cast<int32_t>(6000 - column * 47.05882353);
         el = static_cast<int32_t>(4500 - line * 47.120419);
       } else {
-        this->TableAngles(code, az, el);
+        TableAngles(code, az, el);
       }
       const uint32_t intensity = U24(block + 37);
-      float d = static_cast<float>(raw - this->DistanceCorrection(raw, static_cast<float>(U24(block + 43)),
-                                                                  static_cast<float>(U16(block + 27))));
-      this->FilterNear(d, intensity);
-      typename PC::PointType point{};
-      this->Project(point, d, az, el, el);
-      if (this->cloud != nullptr) {
-        ++this->point_count_;
-        if constexpr (std::is_same_v<typename PC::PointType, PointSource>) {
-          point.source_distance = Truncate<int64_t>(d);
-        }
-        this->Push(point, intensity, line, 0.0);
-      }
-      if (++this->block_counter_ == 256) this->block_counter_ = 0;
+      float d = static_cast<float>(raw - DistanceCorrection(raw, static_cast<float>(U24(block + 43)),
+                                                            static_cast<float>(U16(block + 27))));
+      FilterNear(d, intensity);
+      PointT point{};
+      Project(point, d, az, el, el);
+      if constexpr (std::is_same_v<PointT, PointSource>) point.source_distance = Truncate<int64_t>(d);
+      Push(point, intensity, line, 0.0);
     }
-    if (frame_end) {
-      this->WriteTail(packet + 1315, packet[1333]);
-      this->on_frame(0.0);
-      this->point_count_ = 0;
-    } else if (this->point_count_ > 99999) {
-      this->on_frame(0.0);
-      this->point_count_ = 0;
+    if (frame_end || point_count_ > 99999) {
+      if (frame_end) WriteTail(packet + 1315, packet[1333]);
+      on_frame(0.0);
+      point_count_ = 0;
     }
     return frame_end;
   }
 
-  bool Split(const uint8_t* packet, uint16_t& seq) override { return this->FindMarker(packet, 32, 40, seq); }
-};
-
-template <typename PC>
-class ReferenceTS6 : public ReferenceGrid<PC> {
- public:
-  using ReferenceGrid<PC>::ReferenceGrid;
-
-  bool Decode(const uint8_t* packet, uint16_t start) override {
+  bool DecodeTS6(const uint8_t* packet, uint16_t start) {
     const double t = UtcSeconds(packet + 1078);
     if (running_time_ == 0.0) running_time_ = t;
     if (frame_time_ == 0.0) frame_time_ = t;
@@ -292,57 +274,41 @@ class ReferenceTS6 : public ReferenceGrid<PC> {
       const uint8_t column = block[0];
       const uint8_t line = block[1];
       if (column == 0x7F && line == 0xBF) frame_end = true;
-      const float tof = this->TimeOfFlight(U24(block + 6));
+      const float tof = TimeOfFlight(U24(block + 6));
       const float raw = static_cast<float>((tof * 1.645 - 2.09) * 0.149896229);
       const uint32_t intensity = U24(block + 12);
-      typename PC::PointType point{};
+      PointT point{};
       if (raw > 0) {
         const uint32_t code = line * 256U + column;
         int32_t az = 0;
         int32_t el = 0;
-        if (code <= 49151) this->TableAngles(code, az, el);
-        float d = static_cast<float>(raw - this->DistanceCorrection(raw, static_cast<float>(intensity),
-                                                                    static_cast<float>(U16(block + 2))));
-        this->FilterNear(d, U24(block + 9));
-        this->Project(point, d, az, el, el);
+        if (code <= 49151) TableAngles(code, az, el);
+        float d = static_cast<float>(
+            raw - DistanceCorrection(raw, static_cast<float>(intensity), static_cast<float>(U16(block + 2))));
+        FilterNear(d, U24(block + 9));
+        Project(point, d, az, el, el);
       }
-      if (this->cloud != nullptr) {
-        ++this->point_count_;
-        this->Push(point, intensity, line, running_time_);
-      }
-      if (++this->block_counter_ == 256) {
-        this->block_counter_ = 0;
+      Push(point, intensity, line, running_time_);
+      if (++block_counter_ == 256) {
+        block_counter_ = 0;
         running_time_ = t;
       }
     }
-    if (frame_end || this->point_count_ > 99999) {
-      if (frame_end) this->WriteTail(packet + 1059, packet[1077]);
-      this->on_frame(frame_time_);
-      this->point_count_ = 0;
+    if (frame_end || point_count_ > 99999) {
+      if (frame_end) WriteTail(packet + 1059, packet[1077]);
+      on_frame(frame_time_);
+      point_count_ = 0;
       running_time_ = frame_time_ = 0.0;
     }
     const uint32_t stamp = U24(packet + 1092);
     if (imu_stamp_ == 0 || stamp != imu_stamp_) {
       imu_stamp_ = stamp;
-      this->PublishImu(t, packet + 1065, packet + 1071, 0.000173611);
+      PublishImu(t, packet + 1065, packet + 1071, 0.000173611);
     }
     return frame_end;
   }
 
-  bool Split(const uint8_t* packet, uint16_t& seq) override { return this->FindMarker(packet, 64, 16, seq); }
-
- private:
-  double running_time_ = 0.0;
-  double frame_time_ = 0.0;
-  uint32_t imu_stamp_ = 0;
-};
-
-template <typename PC>
-class ReferenceNV2 : public ReferenceDecoder<PC> {
- public:
-  using ReferenceDecoder<PC>::ReferenceDecoder;
-
-  bool Decode(const uint8_t* packet, uint16_t start) override {
+  bool DecodeNV2(const uint8_t* packet, uint16_t start) {
     const double t = UtcSeconds(packet + 1210);
     const uint8_t line = packet[24];
     bool frame_end = false;
@@ -352,25 +318,28 @@ class ReferenceNV2 : public ReferenceDecoder<PC> {
       const int32_t el = static_cast<int32_t>(line * 53.5714286 - 1500.0);
       const float d =
           std::fmax(0.0F, static_cast<float>(static_cast<double>(U16(packet + 30 + 6 * k)) * 0.009375 - 2.0));
-      typename PC::PointType point{};
-      this->Project(point, d, az, el, -el);
-      if (this->cloud != nullptr) this->Push(point, U16(packet + 28 + 6 * k) & 0xFFFU, line, t);
+      PointT point{};
+      Project(point, d, az, el, -el);
+      Push(point, U16(packet + 28 + 6 * k) & 0xFFFU, line, t);
     }
-    if (frame_end) this->on_frame(t);
+    if (frame_end) on_frame(t);
     if (std::memcmp(imu_words_, packet + 1197, sizeof(imu_words_)) != 0) {
       std::memcpy(imu_words_, packet + 1197, sizeof(imu_words_));
-      this->PublishImu(t, packet + 1197, packet + 1203, 2.0345e-05);
+      PublishImu(t, packet + 1197, packet + 1203, 2.0345e-05);
     }
     return frame_end;
   }
 
-  bool Split(const uint8_t* packet, uint16_t& seq) override {
-    if (!LineFell(packet[24])) return false;
-    seq = 1;
-    return true;
+  bool DecodeTS4A(const uint8_t* packet, uint16_t start) {
+    bool frame_end = false;
+    for (int k = start; k < 32; ++k) {
+      if (packet[25 + 25 * k] == 0x7F && packet[26 + 25 * k] == 0xBF) frame_end = true;
+      if (cloud != nullptr) cloud->points.push_back(PointT{});
+    }
+    if (frame_end) on_frame(0.0);
+    return frame_end;
   }
 
- private:
   bool LineFell(uint8_t line) {
     const bool fell = started_ && line < previous_line_;
     started_ = true;
@@ -378,77 +347,29 @@ class ReferenceNV2 : public ReferenceDecoder<PC> {
     return fell;
   }
 
-  bool started_ = false;
-  uint8_t previous_line_ = 0;
+  const LidarType model_;
+  const DecoderParam param_;
+  const float* const sine_;
+  const float* const cosine_;
+  double mounting_[3][4];
+  std::vector<float> azimuth_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
+  std::vector<float> elevation_ = std::vector<float>(tevoro::lidar::CALIB_TABLE_ENTRIES);
+  float weight_[4] = {};
+  float near_filter_[8] = {0, 0, 0, 0, 5.0F, 5.0F, 2.0F, 0};
+  uint32_t block_counter_ = 0;
+  uint32_t point_count_ = 0;
+  double running_time_ = 0.0;
+  double frame_time_ = 0.0;
+  uint32_t imu_stamp_ = 0;
   uint8_t imu_words_[12] = {};
-};
-
-template <typename PC>
-class ReferenceTS4A : public ReferenceDecoder<PC> {
- public:
-  using ReferenceDecoder<PC>::ReferenceDecoder;
-
-  bool Decode(const uint8_t* packet, uint16_t start) override {
-    bool frame_end = false;
-    for (int k = start; k < 32; ++k) {
-      if (packet[25 + 25 * k] == 0x7F && packet[26 + 25 * k] == 0xBF) frame_end = true;
-      if (this->cloud != nullptr) this->cloud->points.push_back(typename PC::PointType{});
-    }
-    if (frame_end) this->on_frame(0.0);
-    return frame_end;
-  }
-
-  bool Split(const uint8_t* packet, uint16_t& seq) override { return this->FindMarker(packet, 32, 25, seq); }
-};
-
-template <typename PC>
-class ReferenceKR7 : public ReferenceDecoder<PC> {
- public:
-  using ReferenceDecoder<PC>::ReferenceDecoder;
-
-  bool Decode(const uint8_t* /*packet*/, uint16_t /*start*/) override { return false; }
-
-  bool Split(const uint8_t* packet, uint16_t& seq) override {
-    const uint32_t counter = U16(packet + 26);
-    if (started_ && counter >= frame_counter_) return false;
-    const bool frame_start = started_;
-    started_ = true;
-    frame_counter_ = counter;
-    if (frame_start) seq = 0;
-    return frame_start;
-  }
-
- private:
-  bool started_ = false;
+  bool started_ = false;  ///< a line or a frame counter is known
+  uint8_t previous_line_ = 0;
   uint32_t frame_counter_ = 0;
 };
 
 template <typename PC>
-class ReferenceTS4 : public ReferenceDecoder<PC> {
- public:
-  using ReferenceDecoder<PC>::ReferenceDecoder;
-  bool Decode(const uint8_t* /*packet*/, uint16_t /*start*/) override { return false; }
-  bool Split(const uint8_t* /*packet*/, uint16_t& /*seq*/) override { return false; }
-};
-
-/// The transcription of a model.
-template <typename PC>
 std::unique_ptr<ReferenceDecoder<PC>> MakeReference(LidarType model, const DecoderParam& param) {
-  switch (model) {
-    case KR7:
-      return std::make_unique<ReferenceKR7<PC>>(param);
-    case NV2:
-      return std::make_unique<ReferenceNV2<PC>>(param);
-    case TS4A:
-      return std::make_unique<ReferenceTS4A<PC>>(param);
-    case TS4B:
-      return std::make_unique<ReferenceTS4B<PC>>(param);
-    case TS4:
-      return std::make_unique<ReferenceTS4<PC>>(param);
-    case TS6:
-      return std::make_unique<ReferenceTS6<PC>>(param);
-  }
-  return nullptr;
+  return std::make_unique<ReferenceDecoder<PC>>(model, param);
 }
 
 }  // namespace orva::test
