@@ -122,6 +122,31 @@ TEST_F(InputPcapTest, ReturnsToRecordedPositions) {
   }
 }
 
+/// Recordings joined into one pcapng file: each section describes interfaces of its own.
+TEST_F(InputPcapTest, ReturnsToOtherSections) {
+  {
+    CaptureFile file(path_);
+    for (uint8_t i = 0; i < 4; ++i) file.Datagram(kPort, Payload(i));
+  }
+  const Bytes classic = ReadBytes(path_);
+  Bytes joined = Pcapng(classic, 3);
+  const Bytes second = Pcapng(classic);
+  joined.insert(joined.end(), second.begin(), second.end() - 60);  // cut off inside the last record
+  ASSERT_TRUE(Open(joined));
+  std::vector<long> positions(8);
+  for (size_t i = 0; i < 8; ++i) EXPECT_EQ(Receive(&positions[i], true), i < 7 ? 100 : -1);
+  for (const size_t i : {1U, 6U, 2U, 0U, 5U, 0U}) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(Receive(&positions[i], false), 100);
+    EXPECT_EQ(payload_, Payload(static_cast<uint8_t>(i % 4)));
+    for (size_t next = i + 1; next < 7; ++next) {
+      EXPECT_EQ(Receive(), 100);
+      EXPECT_EQ(payload_, Payload(static_cast<uint8_t>(next % 4)));
+    }
+    EXPECT_EQ(Receive(), -1);
+  }
+}
+
 TEST_F(InputPcapTest, FindsThePayloadBehindEveryLinkHeader) {
   for (const int link_type : {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW, DLT_NULL}) {
     SCOPED_TRACE(pcap_datalink_val_to_name(link_type));

@@ -15,6 +15,9 @@ namespace {
 /// The C library's 4 KiB would mean a system call for every third packet.
 constexpr size_t kFileBuffer = 128 * 1024;
 
+/// Of the file format, as libpcap tells it; a classic capture has 2.
+constexpr int kPcapngMajorVersion = 1;
+
 /// Opens a capture file to be read through `buffer`. Null for what is not a capture.
 pcap_t* OpenCapture(const std::string& path, std::vector<char>& buffer) {
   struct stat status {};
@@ -57,6 +60,34 @@ bool InputPcap::Init() {
   // A filter that fails to compile stays empty and rejects everything.
   pcap_freecode(&filter_.program);
   pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN);
+  is_pcapng_ = pcap_major_version(handle_.get()) == kPcapngMajorVersion;
+  first_record_ = ftello(pcap_file(handle_.get()));
+  sought_ = false;
+  unreadable_ = -1;
+  return true;
+}
+
+bool InputPcap::ReadRecord(pcap_pkthdr** header, const u_char** data) {
+  if (!is_pcapng_) return pcap_next_ex(handle_.get(), header, data) >= 0;
+  const long position = ftello(pcap_file(handle_.get()));
+  const int result = pcap_next_ex(handle_.get(), header, data);
+  if (result != PCAP_ERROR) return result >= 0;
+  if (position == unreadable_) return false;
+  // The record may belong to an interface that only its own section describes.
+  if (sought_ && ReadUpTo(position) && pcap_next_ex(handle_.get(), header, data) >= 0) return true;
+  unreadable_ = position;
+  return false;
+}
+
+bool InputPcap::ReadUpTo(long position) {
+  std::FILE* file = pcap_file(handle_.get());
+  fseeko(file, 0, SEEK_SET);
+  sought_ = false;
+  pcap_pkthdr* header = nullptr;
+  const u_char* data = nullptr;
+  for (long at = first_record_; at < position; at = ftello(file)) {
+    if (pcap_next_ex(handle_.get(), &header, &data) < 0) return false;
+  }
   return true;
 }
 
@@ -69,12 +100,13 @@ int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, 
       *position = ftello(file);
     } else {
       fseeko(file, *position, SEEK_SET);
+      sought_ = true;
     }
   }
 
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
-  if (pcap_next_ex(handle_.get(), &header, &data) < 0) return -1;
+  if (!ReadRecord(&header, &data)) return -1;
   if (pcap_offline_filter(&filter_.program, header, data) == 0) return 0;
 
   const std::optional<size_t> offset = PayloadOffset(link_type_, data, header->caplen);

@@ -42,9 +42,20 @@ class InputPcap : public Input {
     bpf_program program{};  ///< empty it rejects everything
   };
 
+  /// The next record. False at the end of the file and where it cannot be read.
+  bool ReadRecord(pcap_pkthdr** header, const u_char** data);
+  /// Reads from the start of the file to `position`. A pcapng file consists of sections that describe their
+  /// own interfaces, and libpcap knows those of the section that it read last: after a jump into another
+  /// section it takes this way.
+  bool ReadUpTo(long position);
+
   std::vector<char> file_buffer_;  ///< outlives the handle, which reads through it
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
+  bool is_pcapng_ = false;
+  long first_record_ = 0;  ///< position behind the file's header
+  bool sought_ = false;    ///< has jumped since it last read from the start
+  long unreadable_ = -1;   ///< position of a record that not even reading from the start makes readable
   std::string filter_text_;
   Filter filter_;
 };

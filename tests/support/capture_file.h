@@ -129,17 +129,21 @@ inline Bytes ByteSwapped(Bytes capture) {
 }
 
 /// The same capture as pcapng: section header, interface, one enhanced packet block a record.
-inline Bytes Pcapng(const Bytes& capture) {
+inline Bytes Pcapng(const Bytes& capture, uint32_t interfaces = 1) {
   Bytes file;
   const auto word = [&file](uint32_t value) {
     for (unsigned shift = 0; shift < 32; shift += 8) file.push_back(static_cast<uint8_t>(value >> shift));
   };
   for (const uint32_t value : {0x0A0D0D0AU, 28U, 0x1A2B3C4DU, 1U, 0xFFFFFFFFU, 0xFFFFFFFFU, 28U}) word(value);
-  for (const uint32_t value : {1U, 20U, Word(capture, 20), 65535U, 20U}) word(value);
+  for (uint32_t i = 0; i < interfaces; ++i) {
+    for (const uint32_t value : {1U, 20U, Word(capture, 20), 65535U, 20U}) word(value);
+  }
+  uint32_t interface = 0;
   for (size_t at = 24; at < capture.size();) {
     const uint32_t length = Word(capture, at + 8);
     const uint32_t block = 32 + (length + 3) / 4 * 4;
-    for (const uint32_t value : {6U, block, 0U, 0U, Word(capture, at), length, Word(capture, at + 12)})
+    for (const uint32_t value :
+         {6U, block, interface++ % interfaces, 0U, Word(capture, at), length, Word(capture, at + 12)})
       word(value);
     const auto data = capture.begin() + static_cast<long>(at + 16);
     file.insert(file.end(), data, data + length);
