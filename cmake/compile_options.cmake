@@ -17,6 +17,13 @@ if(ORVA_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# Eigen without its own vector code: that fuses multiplications and additions by intrinsics where the machine can
+# (arm64, x86-64 with FMA), whatever the compiler is told.
+add_library(orva_eigen INTERFACE)
+target_link_libraries(orva_eigen INTERFACE Eigen3::Eigen)
+target_compile_definitions(orva_eigen INTERFACE EIGEN_DONT_VECTORIZE)
+
 if(ORVA_SANITIZE)
   add_compile_options(-fsanitize=${ORVA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   add_link_options(-fsanitize=${ORVA_SANITIZE})

@@ -2,7 +2,6 @@
 #include "decoder/angles.h"
 
 #include <cmath>
-#include <memory>
 #include <numbers>
 
 namespace tevoro::lidar {
@@ -16,7 +15,8 @@ TrigTable::TrigTable() {
 }
 
 const TrigTable& TrigTable::Get() {
-  static const std::unique_ptr<const TrigTable> table(new TrigTable);  // 504 KB: not for a stack
+  // Never destroyed: a driver that is a static object may still decode while the process ends.
+  static const TrigTable* const table = new TrigTable;
   return *table;
 }
 
