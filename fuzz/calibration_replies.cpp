@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <vector>
+
+#include "expect.h"
+#include "param/calibration_stream.h"
+#include "targets.h"
+
+namespace orva::fuzz {
+namespace {
+
+constexpr LidarType kModels[] = {KR7, NV2, TS4, TS4A, TS4B, TS6, static_cast<LidarType>(5)};
+constexpr size_t kReplyCapacity = 2048;
+
+uint32_t Word(const std::vector<signed char>& bytes, size_t at) {
+  uint32_t word = 0;
+  for (size_t i = 0; i < 4 && at + i < bytes.size(); ++i) {
+    word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << (8 * i);
+  }
+  return word;
+}
+
+}  // namespace
+
+void CalibrationReplies(const uint8_t* data, size_t size) {
+  if (size == 0) return;
+  const LidarType model = kModels[data[0] % std::size(kModels)];
+  tevoro::lidar::CalibrationStream stream;
+  const auto record = std::make_unique<tevoro::lidar::CheckParam>();
+  uint32_t total = 0;
+  uint32_t received = 0;
+
+  for (size_t at = 1; at + 3 <= size;) {
+    const uint8_t deed = data[at];
+    const size_t length = (data[at + 1] + 256U * data[at + 2]) % (kReplyCapacity + 1);
+    at += 3;
+    // Of its own size, so that a read behind the reply is seen; what the input lacks is zeros.
+    std::vector<signed char> reply(length);
+    const size_t given = std::min(length, size - at);
+    std::transform(data + at, data + at + given, reply.begin(),
+                   [](uint8_t byte) { return static_cast<signed char>(byte); });
+    at += given;
+    if (deed % 8 != 0) std::fill_n(reply.begin(), std::min<size_t>(length, 4), 'Z');
+
+    for (int repeat = 0; repeat < 1 << (deed / 8 % 8); ++repeat) {
+      bool last_chunk = true;
+      bool complete = false;
+      const int next = stream.PushData(model, reply.data(), static_cast<int>(length), record.get(), last_chunk,
+                                       complete);
+      if (length < 4 || Word(reply, 0) != 0x5A5A5A5A) {
+        ORVA_EXPECT(next == -1 && last_chunk && !complete);
+        continue;
+      }
+      const int32_t payload = static_cast<int32_t>(length) - 39;
+      if (total == 0) total = Word(reply, 4) - 32;
+      received += static_cast<uint32_t>(payload);
+      ORVA_EXPECT(complete == (static_cast<int32_t>(total) <= static_cast<int32_t>(received)));
+      if (complete) {
+        ORVA_EXPECT(next == 0 && last_chunk);
+      } else {
+        const int32_t remaining = static_cast<int32_t>(total - received);
+        ORVA_EXPECT(next == std::min(remaining, payload) && last_chunk == (remaining <= payload));
+      }
+    }
+  }
+}
+
+}  // namespace orva::fuzz
