@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <cstring>
 #include <iterator>
-#include <memory>
 #include <vector>
 
 #include "expect.h"
@@ -29,7 +27,7 @@ void CalibrationReplies(const uint8_t* data, size_t size) {
   if (size == 0) return;
   const LidarType model = kModels[data[0] % std::size(kModels)];
   tevoro::lidar::CalibrationStream stream;
-  const auto record = std::make_unique<tevoro::lidar::CheckParam>();
+  static tevoro::lidar::CheckParam record;  // only ever written
   uint32_t total = 0;
   uint32_t received = 0;
 
@@ -45,11 +43,11 @@ void CalibrationReplies(const uint8_t* data, size_t size) {
     at += given;
     if (deed % 8 != 0) std::fill_n(reply.begin(), std::min<size_t>(length, 4), 'Z');
 
-    for (int repeat = 0; repeat < 1 << (deed / 8 % 8); ++repeat) {
+    for (int repeat = 0; repeat < 1 << (deed / 8 % 6); ++repeat) {
       bool last_chunk = true;
       bool complete = false;
-      const int next = stream.PushData(model, reply.data(), static_cast<int>(length), record.get(), last_chunk,
-                                       complete);
+      const int next =
+          stream.PushData(model, reply.data(), static_cast<int>(length), &record, last_chunk, complete);
       if (length < 4 || Word(reply, 0) != 0x5A5A5A5A) {
         ORVA_EXPECT(next == -1 && last_chunk && !complete);
         continue;

@@ -21,6 +21,7 @@ constexpr Target kTargets[] = {
     {"capture", orva::fuzz::Capture},
     {"decoder", orva::fuzz::Decoder},
     {"calibration_folder", orva::fuzz::CalibrationFolder},
+    {"calibration_replies", orva::fuzz::CalibrationReplies},
 };
 
 size_t Run(const Target& target, const std::filesystem::path& path) {

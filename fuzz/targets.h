@@ -19,4 +19,8 @@ void Decoder(const uint8_t* data, size_t size);
 /// Up to four texts, parted by form feeds: azimuth, elevation, weight and near filter file.
 void CalibrationFolder(const uint8_t* data, size_t size);
 
+/// Byte 0: model. Then replies of a calibration download: a byte that says whether the magic word is put in
+/// and how often the reply comes, two of length, the reply. What is missing at the end counts as zeros.
+void CalibrationReplies(const uint8_t* data, size_t size);
+
 }  // namespace orva::fuzz
