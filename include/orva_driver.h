@@ -269,7 +269,8 @@ class ORVA_API OrvaDriver {
   /// Starts the threads. True also when they run already; false without a successful InitDriver, or when
   /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index.
   bool Start();
-  /// Ends and joins the threads; a live driver may take 100 ms for it. Harmless when repeated.
+  /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms.
+  /// Harmless when repeated.
   void Stop();
 
   /// Replay: true once the recording is indexed; `status` is then the number of frames, and a play that

@@ -40,6 +40,9 @@ constexpr DecoderConstParam ModelConstants(uint16_t length, uint16_t lines, uint
           .TEMPERATURE_RES = 0.0625F};
 }
 
+/// The record of NV2. KR7 and TS4, which decode nothing, accept their packets by the same.
+inline constexpr DecoderConstParam kLinePacketConstants = ModelConstants(1236, 56, 192);
+
 /// Base of the model decoders: acceptance of packets, limits, mounting, packet time. Used by one thread at a
 /// time. Calling order: construct, register, UpdateCheckParam when calibration is there, set the current
 /// cloud, then a packet after the other.

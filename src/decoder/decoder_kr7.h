@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "decoder/decoder_nv2.h"
+#include "decoder/little_endian.h"
 #include "decoder/model_decoder.h"
 
 namespace tevoro::lidar {

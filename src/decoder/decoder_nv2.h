@@ -9,9 +9,6 @@
 
 namespace tevoro::lidar {
 
-/// Constants of the models whose packets hold one laser line each.
-inline constexpr DecoderConstParam kLinePacketConstants = ModelConstants(1236, 56, 192);
-
 /// NV2: a packet is one line of the scan, 192 measurements at fixed azimuths. A frame ends when the line
 /// number falls.
 template <typename PC>

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "decoder/decoder_nv2.h"
 #include "decoder/frame_marker.h"
 #include "decoder/model_decoder.h"
 

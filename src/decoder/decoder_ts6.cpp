@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "decoder/decoder_ts6.h"
 
+#include <cstdio>
 #include <sstream>
 
 #include "common/cloud_types.h"
