@@ -72,8 +72,10 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   Echo echo[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) echo[k] = {Intensity(measurement[k]), line};
   PointBuffer<typename PC::PointType, kBlocks> points;
-  points.Fill(at, echo, start, [now](auto& point, size_t) {
+  points.Fill(at, echo, [now](auto& point, size_t) {
     if constexpr (requires { point.timestamp; }) point.timestamp = now;
+    if constexpr (requires { point.source_distance; }) point.source_distance = 0;
+    if constexpr (requires { point.source_distance; }) point.source_reserved = 0;
   });
   AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
 }

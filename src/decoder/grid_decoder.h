@@ -258,12 +258,13 @@ void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const Po
     echo[i] = {static_cast<uint16_t>(packet.intensity[i]), static_cast<uint16_t>(packet.code[i] >> 8)};
   }
   PointBuffer<PointType, kBlocks> points;
-  points.Fill(packet.at, echo, start, [&](auto& point, size_t i) {
+  points.Fill(packet.at, echo, [&](auto& point, size_t i) {
     if constexpr (requires { point.timestamp; }) {
       point.timestamp = i < times.change ? times.before : times.after;
     }
-    if constexpr (requires { point.source_distance; } && Model::kReportsSourceDistance) {
-      point.source_distance = TruncateToMetres(packet.distance[i]);
+    if constexpr (requires { point.source_distance; }) {
+      point.source_distance = Model::kReportsSourceDistance ? TruncateToMetres(packet.distance[i]) : 0;
+      point.source_reserved = 0;
     }
   });
   AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
