@@ -17,12 +17,12 @@ NV2Impl<PC>::NV2Impl(Decoder<PC>* owner) : owner_(owner) {
     const int32_t azimuth = TruncateToAngle(6000 - static_cast<int>(k) * 62.5);
     cos_azimuth_[k] = trig.Cos(azimuth);
     sin_azimuth_[k] = trig.Sin(azimuth);
-    azimuth_in_limits_[k] = AzimuthInLimits(owner->Param(), azimuth);
+    azimuth_in_limits_[k] = Mask(AzimuthInLimits(owner->Param(), azimuth));
   }
   for (size_t line = 0; line < elevations_.size(); ++line) {
     const int32_t elevation = TruncateToAngle(static_cast<int>(line) * 53.5714286 - 1500.0);
     elevations_[line] = {trig.Cos(-elevation), trig.Sin(-elevation),
-                         ElevationInLimits(owner->Param(), elevation)};
+                         Mask(ElevationInLimits(owner->Param(), elevation))};
   }
 }
 
@@ -58,7 +58,7 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   float distance[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) {
     const auto metres = static_cast<float>(DistanceCode(measurement[k]) * 0.009375 - 2.0);
-    distance[k] = Select(metres > 0.0F, metres);
+    distance[k] = Select(Mask(metres > 0.0F), metres);
   }
   Coordinates<kBlocks> at;
   at.Project(
@@ -66,18 +66,17 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
       [&](size_t k) {
         return Direction{cos_azimuth_[k], sin_azimuth_[k], elevation.cosine, elevation.sine};
       },
-      [&](size_t k) { return (azimuth_in_limits_[k] != 0) & elevation.in_limits; }, owner_->GetMounting(),
+      [&](size_t k) { return azimuth_in_limits_[k] & elevation.in_limits; }, owner_->GetMounting(),
       owner_->Param());
 
   Echo echo[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) echo[k] = {Intensity(measurement[k]), line};
-  PointBuffer<typename PC::PointType, kBlocks> points;
-  points.Fill(at, echo, [now](auto& point, size_t) {
-    if constexpr (requires { point.timestamp; }) point.timestamp = now;
-    if constexpr (requires { point.source_distance; }) point.source_distance = 0;
-    if constexpr (requires { point.source_distance; }) point.source_reserved = 0;
+  AppendPoints<kBlocks>(*owner_->point_cloud_, start, [&](PointType* points) {
+    SetPoints(at, echo, points);
+    if constexpr (requires { points->timestamp; }) {
+      for (size_t k = 0; k < kBlocks; ++k) points[k].timestamp = now;
+    }
   });
-  AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
 }
 
 template <typename PC>

@@ -14,6 +14,7 @@ namespace tevoro::lidar {
 template <typename PC>
 class NV2Impl {
  public:
+  using PointType = typename PC::PointType;
   static constexpr DecoderConstParam kConst = kLinePacketConstants;
 
   /// Wire layout of the packet.
@@ -43,8 +44,8 @@ class NV2Impl {
   /// Elevation of a line, prepared.
   struct Elevation {
     float cosine;
-    float sine;  ///< of the inverted angle: line 0 is the top line
-    bool in_limits;
+    float sine;          ///< of the inverted angle: line 0 is the top line
+    uint32_t in_limits;  ///< mask
   };
 
   bool LineFell(uint8_t line);
@@ -57,7 +58,7 @@ class NV2Impl {
   uint8_t previous_line_ = 0;
   float cos_azimuth_[kBlocks];
   float sin_azimuth_[kBlocks];
-  uint32_t azimuth_in_limits_[kBlocks];
+  uint32_t azimuth_in_limits_[kBlocks];  ///< masks
   std::array<Elevation, 256> elevations_;
 };
 

@@ -21,8 +21,7 @@ bool TS4AImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_
   uint16_t after = 0;
   const bool ended = FindFrameEnd(data, kFirstBlock + kBlockStride * start, kBlockStride, blocks, after);
   if (owner_->point_cloud_) {
-    const typename PC::PointType origins[kConst.BLOCKS_PER_PKT] = {};
-    AppendPoints(*owner_->point_cloud_, origins, origins + blocks);
+    AppendPoints<kConst.BLOCKS_PER_PKT>(*owner_->point_cloud_, start, [](auto*) {});
   }
   if (ended) owner_->split_cb_(kConst.LASER_NUM, 0.0);
   return ended;

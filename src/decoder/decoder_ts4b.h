@@ -10,6 +10,7 @@ namespace tevoro::lidar {
 struct OrvaTS4BMsopBlock {
   static constexpr size_t kFirst = 25;
   static constexpr size_t kStride = 40;
+  static constexpr size_t kBytesRead = 32;  ///< of each block at a time
 
   using Code = Field<0, 2>;  ///< grid code: column, line
   using PulseDivisor = Field<2, 2>;

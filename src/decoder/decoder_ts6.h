@@ -10,6 +10,7 @@ namespace tevoro::lidar {
 struct OrvaTS6MsopBlock {
   static constexpr size_t kFirst = 25;
   static constexpr size_t kStride = 16;
+  static constexpr size_t kBytesRead = 16;  ///< of each block at a time
 
   using Code = Field<0, 2>;  ///< grid code: column, line
   using PulseDivisor = Field<2, 2>;

@@ -60,7 +60,7 @@ struct NearFilter {
     const bool near_echo = !very_near_echo & (near > distance);
     const bool weak = very_near_echo & (threshold > intensity);
     const bool faint = near_echo & (std::fabs(distance - near) / near * strength > intensity);
-    return Select(!(weak | faint), distance);
+    return Select(~Mask(weak | faint), distance);
   }
 };
 
@@ -146,9 +146,10 @@ class GridDecoder {
   /// More points than this without a frame end, and the frame is cut.
   static constexpr uint32_t kMostPoints = 99999;
 
-  /// A packet's measurements on their way to points.
+  /// A packet's measurements on their way to points. Fields have at most 24 bits, and machines convert
+  /// signed integers to floating point faster than unsigned ones.
   struct Packet {
-    uint16_t code[kBlocks];
+    uint32_t code[kBlocks];
     int32_t time_of_flight[kBlocks];  ///< in sixty-fourths of a unit
     int32_t divisor[kBlocks];
     int32_t intensity[kBlocks];
@@ -158,17 +159,10 @@ class GridDecoder {
     Coordinates<kBlocks> at;
     // Room for what `directions` and `in_limits` point to when the codes are scattered.
     Direction scattered_direction[kBlocks];
-    uint8_t scattered_in_limits[kBlocks];
+    int8_t scattered_in_limits[kBlocks];
     const Direction* directions;
-    const uint8_t* in_limits;
+    const int8_t* in_limits;  ///< masks
   };
-
-  /// Fields have at most 24 bits; machines convert signed integers to floating point far faster. Each block
-  /// ends well before the packet does.
-  template <typename F>
-  static int32_t Get(const uint8_t* block) {
-    return static_cast<int32_t>(F::ReadPadded(block));
-  }
 
   void PrepareDirections();
   bool Unpack(const uint8_t* data, size_t start, Packet& packet) const;
@@ -177,9 +171,9 @@ class GridDecoder {
 
   // By grid code, prepared when calibration arrives.
   std::vector<Direction> directions_;
-  std::vector<uint8_t> in_limits_;
-  Packet packet_{};           ///< scratch
-  uint32_t point_count_ = 0;  ///< in the frame so far
+  std::vector<int8_t> in_limits_;  ///< masks
+  Packet packet_{};                ///< scratch
+  uint32_t point_count_ = 0;       ///< in the frame so far
 };
 
 template <typename PC, typename Model>
@@ -192,34 +186,40 @@ void GridDecoder<PC, Model>::PrepareDirections() {
     GetAzimuthElevation(line, column, angles.azimuth, angles.elevation);
     directions_[code] = {trig.Cos(angles.azimuth), trig.Sin(angles.azimuth), trig.Cos(angles.elevation),
                          trig.Sin(angles.elevation)};
-    in_limits_[code] = AzimuthInLimits(owner_->Param(), angles.azimuth) &&
-                       ElevationInLimits(owner_->Param(), angles.elevation);
+    const bool in_limits = AzimuthInLimits(owner_->Param(), angles.azimuth) &&
+                           ElevationInLimits(owner_->Param(), angles.elevation);
+    in_limits_[code] = in_limits ? -1 : 0;
   }
 }
 
 template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::Unpack(const uint8_t* data, size_t start, Packet& packet) const {
-  bool ended = false;
-  bool run = true;
-  const uint32_t first_code = Block::Code::Read(data + Block::kFirst);
-  for (size_t k = 0; k < kBlocks; ++k) {
-    const uint8_t* block = data + Block::kFirst + Block::kStride * k;
-    const uint32_t code = Block::Code::Read(block);
-    ended |= (code == kFrameEndCode) & (k >= start);
-    run &= code == first_code + k;
-    packet.code[k] = static_cast<uint16_t>(code);
-    packet.time_of_flight[k] = Get<typename Block::TimeOfFlight>(block);
-    packet.divisor[k] = Get<typename Block::PulseDivisor>(block);
-    packet.intensity[k] = Get<typename Block::Intensity>(block);
-    if constexpr (kOwnPulseSum) packet.pulse_sum[k] = Get<typename Block::PulseSum>(block);
-    if constexpr (kOwnFilterIntensity)
-      packet.filter_intensity[k] = Get<typename Block::FilterIntensity>(block);
+  static_assert(kBlocks % kLanes == 0);
+  for (size_t k = 0; k < kBlocks; k += kLanes) {
+    const FourBlocks<Block::kBytesRead> blocks(data + Block::kFirst + Block::kStride * k, Block::kStride);
+    StoreLanes(blocks.template Get<typename Block::Code>(), packet.code + k);
+    StoreLanes(blocks.template Get<typename Block::TimeOfFlight>(), packet.time_of_flight + k);
+    StoreLanes(blocks.template Get<typename Block::PulseDivisor>(), packet.divisor + k);
+    StoreLanes(blocks.template Get<typename Block::Intensity>(), packet.intensity + k);
+    if constexpr (kOwnPulseSum) {
+      StoreLanes(blocks.template Get<typename Block::PulseSum>(), packet.pulse_sum + k);
+    }
+    if constexpr (kOwnFilterIntensity) {
+      StoreLanes(blocks.template Get<typename Block::FilterIntensity>(), packet.filter_intensity + k);
+    }
+  }
+  const uint32_t first_code = packet.code[0];
+  uint32_t ended = 0;
+  uint32_t scattered = 0;
+  for (uint32_t k = 0; k < kBlocks; ++k) {
+    ended |= Mask(packet.code[k] == kFrameEndCode) & Mask(k >= start);
+    scattered |= packet.code[k] ^ (first_code + k);
   }
   // A sensor scans column by column, so most packets hold a run of codes, whose directions stand side by
   // side in the table.
   packet.directions = directions_.data() + first_code;
   packet.in_limits = in_limits_.data() + first_code;
-  if (!run) {
+  if (scattered != 0) {
     for (size_t k = 0; k < kBlocks; ++k) {
       packet.scattered_direction[k] = directions_[packet.code[k]];
       packet.scattered_in_limits[k] = in_limits_[packet.code[k]];
@@ -227,7 +227,7 @@ bool GridDecoder<PC, Model>::Unpack(const uint8_t* data, size_t start, Packet& p
     packet.directions = packet.scattered_direction;
     packet.in_limits = packet.scattered_in_limits;
   }
-  return ended;
+  return ended != 0;
 }
 
 template <typename PC, typename Model>
@@ -246,7 +246,7 @@ void GridDecoder<PC, Model>::ComputeDistances(Packet& packet) const {
     const float ratio = static_cast<float>(pulse_sum[i]) / static_cast<float>(packet.divisor[i]);
     const auto corrected = static_cast<float>(double{raw} - correction(raw, ratio));
     float distance = filter(corrected, static_cast<float>(filter_intensity[i]));
-    if constexpr (Model::kRejectsNonPositiveRaw) distance = NanUnless(raw > 0.0F, distance);
+    if constexpr (Model::kRejectsNonPositiveRaw) distance = NanUnless(Mask(raw > 0.0F), distance);
     packet.distance[i] = distance;
   }
 }
@@ -257,17 +257,17 @@ void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const Po
   for (size_t i = 0; i < kBlocks; ++i) {
     echo[i] = {static_cast<uint16_t>(packet.intensity[i]), static_cast<uint16_t>(packet.code[i] >> 8)};
   }
-  PointBuffer<PointType, kBlocks> points;
-  points.Fill(packet.at, echo, [&](auto& point, size_t i) {
-    if constexpr (requires { point.timestamp; }) {
-      point.timestamp = i < times.change ? times.before : times.after;
-    }
-    if constexpr (requires { point.source_distance; }) {
-      point.source_distance = Model::kReportsSourceDistance ? TruncateToMetres(packet.distance[i]) : 0;
-      point.source_reserved = 0;
+  AppendPoints<kBlocks>(*owner_->point_cloud_, start, [&](PointType* points) {
+    SetPoints(packet.at, echo, points);
+    for (size_t i = 0; i < kBlocks; ++i) {
+      if constexpr (requires { points->timestamp; }) {
+        points[i].timestamp = i < times.change ? times.before : times.after;
+      }
+      if constexpr (requires { points->source_distance; } && Model::kReportsSourceDistance) {
+        points[i].source_distance = TruncateToMetres(packet.distance[i]);
+      }
     }
   });
-  AppendPoints(*owner_->point_cloud_, points.Points() + start, points.Points() + kBlocks);
   point_count_ += static_cast<uint32_t>(kBlocks - start);
 }
 
@@ -281,8 +281,8 @@ bool GridDecoder<PC, Model>::DecodeBlocks(const uint8_t* data, size_t start, con
     packet_.at.Project(
         packet_.distance,
         [directions = packet_.directions](size_t i) -> const Direction& { return directions[i]; },
-        [in_limits = packet_.in_limits](size_t i) { return in_limits[i] != 0; }, owner_->GetMounting(),
-        owner_->Param());
+        [in_limits = packet_.in_limits](size_t i) { return static_cast<uint32_t>(in_limits[i]); },
+        owner_->GetMounting(), owner_->Param());
     Append(packet_, start, times);
   }
   return ended;

@@ -23,13 +23,6 @@ struct Field {
     if constexpr (Size > 3) value |= uint32_t{at[3]} << 24;
     return value;
   }
-
-  /// The same for a 24-bit field behind which `base` has one more byte: the compiler makes a single load
-  /// of four bytes of it.
-  static uint32_t ReadPadded(const uint8_t* base) {
-    if constexpr (Size == 3) return Field<Offset, 4>::Read(base) & 0xFFFFFF;
-    return Read(base);
-  }
 };
 
 /// The same for a signed 16-bit field.

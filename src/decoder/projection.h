@@ -5,12 +5,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <memory>
 #include <type_traits>
 #include <typeinfo>
 
 #include "decoder/angles.h"
+#include "decoder/lanes.h"
 #include "decoder/mounting.h"
 #include "orva_driver.h"
 
@@ -24,14 +23,19 @@ struct Direction {
   float sin_elevation;
 };
 
-/// `value` where `inside`, else 0. Masks the bits, which keeps branches out of the loops.
-inline float Select(bool inside, float value) {
-  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) & (0U - uint32_t{inside}));
+/// All bits set where `condition` holds. Masks keep branches out of the loops.
+inline uint32_t Mask(bool condition) {
+  return 0U - uint32_t{condition};
 }
 
-/// `value` where `valid`, else NaN.
-inline float NanUnless(bool valid, float value) {
-  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) | (uint32_t{valid} - 1U));
+/// `value` where the mask is set, else 0.
+inline float Select(uint32_t mask, float value) {
+  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) & mask);
+}
+
+/// `value` where the mask is set, else NaN.
+inline float NanUnless(uint32_t mask, float value) {
+  return std::bit_cast<float>(std::bit_cast<uint32_t>(value) | ~mask);
 }
 
 /// Coordinates of a packet's points, one array per axis: so the loop that computes them becomes wide
@@ -58,7 +62,7 @@ struct Coordinates {
         float py = to.sin_azimuth * std::fabs(r);
         float pz = d * to.sin_elevation;
         mount(px, py, pz);
-        const bool inside = keep(i) & (nearest <= d) & (d <= farthest);
+        const uint32_t inside = keep(i) & Mask(nearest <= d) & Mask(d <= farthest);
         x[i] = Select(inside, px);
         y[i] = Select(inside, py);
         z[i] = Select(inside, pz);
@@ -78,79 +82,37 @@ struct Echo {
   uint16_t line;
 };
 
-/// Turns four arrays' worth of one quantity each into four points' worth of all: a 4x4 transposition, in the
-/// compiler's own portable vectors, since it finds no such loop by itself.
-class Interleaver {
- public:
-  static constexpr size_t kPoints = 4;
-  static constexpr size_t kBytes = 16;  ///< of a point
-
-  /// From four values each of x, y, z and a 32-bit last part.
-  Interleaver(const float* x, const float* y, const float* z, const void* last) {
-    const Lanes xs = Load(x);
-    const Lanes ys = Load(y);
-    const Lanes zs = Load(z);
-    const Lanes ls = Load(last);
-    const Lanes xy01 = __builtin_shufflevector(xs, ys, 0, 4, 1, 5);
-    const Lanes xy23 = __builtin_shufflevector(xs, ys, 2, 6, 3, 7);
-    const Lanes zl01 = __builtin_shufflevector(zs, ls, 0, 4, 1, 5);
-    const Lanes zl23 = __builtin_shufflevector(zs, ls, 2, 6, 3, 7);
-    points_[0] = __builtin_shufflevector(xy01, zl01, 0, 1, 4, 5);
-    points_[1] = __builtin_shufflevector(xy01, zl01, 2, 3, 6, 7);
-    points_[2] = __builtin_shufflevector(xy23, zl23, 0, 1, 4, 5);
-    points_[3] = __builtin_shufflevector(xy23, zl23, 2, 3, 6, 7);
-  }
-
-  /// Writes point `i` of the four.
-  void Store(size_t i, void* point) const { std::memcpy(point, &points_[i], kBytes); }
-
- private:
-  using Lanes = uint32_t __attribute__((vector_size(kBytes)));
-
-  static Lanes Load(const void* values) {
-    Lanes lanes;
-    std::memcpy(&lanes, values, kBytes);
-    return lanes;
-  }
-
-  Lanes points_[kPoints];
-};
-
-/// The points of one packet. Holds none at first: a point is written once, not zeroed before.
+/// Sets coordinates, intensity and label of the `N` points from `points` on, four points at a time: compilers
+/// do not find this transposition by themselves.
 template <typename T, size_t N>
-class PointBuffer {
- public:
-  static_assert(std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T> &&
-                N % Interleaver::kPoints == 0);
-  static_assert(offsetof(T, x) == 0 && offsetof(T, y) == 4 && offsetof(T, z) == 8 &&
-                offsetof(T, intensity) == 12 && offsetof(T, label) == 14);
-
-  /// Sets all points; `finish(point, i)` adds what the cloud's kind of point has besides.
-  template <typename Finish>
-  void Fill(const Coordinates<N>& at, const Echo (&echo)[N], const Finish& finish) {
-    for (size_t i = 0; i < N; i += Interleaver::kPoints) {
-      const Interleaver four(at.x + i, at.y + i, at.z + i, echo + i);
-      for (size_t k = 0; k < Interleaver::kPoints; ++k) {
-        four.Store(k, Points() + i + k);
-        finish(Points()[i + k], i + k);
-      }
-    }
+void SetPoints(const Coordinates<N>& at, const Echo (&echo)[N], T* points) {
+  static_assert(std::is_trivially_copyable_v<T> && N % kLanes == 0);
+  static_assert(offsetof(T, x) == 0 && offsetof(T, y) == 4 && offsetof(T, z) == 8);
+  static_assert(offsetof(T, intensity) == 12 && offsetof(T, label) == 14);
+  for (size_t i = 0; i < N; i += kLanes) {
+    Lanes four[kLanes] = {LoadLanes(at.x + i), LoadLanes(at.y + i), LoadLanes(at.z + i), LoadLanes(echo + i)};
+    Transpose(four);
+    for (size_t k = 0; k < kLanes; ++k) StoreLanes(four[k], points + i + k);
   }
+}
 
-  T* Points() { return reinterpret_cast<T*>(storage_); }
-
- private:
-  alignas(T) std::byte storage_[N * sizeof(T)];
-};
-
-/// Appends points to a cloud: in one go to the library's own kind, through the virtual PushPoint to a
-/// derived one.
-template <typename T>
-void AppendPoints(PointCloud<T>& cloud, const T* first, const T* last) {
-  if (typeid(cloud) == typeid(PointCloud<T>)) {
-    cloud.points.insert(cloud.points.end(), first, last);
+/// Appends the points from number `start` on of the `N` that `set(T* points)` sets: in place to the library's
+/// own kind of cloud, through the virtual PushPoint to a derived one.
+template <size_t N, typename T, typename Set>
+void AppendPoints(PointCloud<T>& cloud, size_t start, const Set& set) {
+  const bool own_kind = typeid(cloud) == typeid(PointCloud<T>);
+  if (own_kind && start == 0) {
+    const size_t before = cloud.points.size();
+    cloud.points.resize(before + N);
+    set(cloud.points.data() + before);
+    return;
+  }
+  T points[N];
+  set(points);
+  if (own_kind) {
+    cloud.points.insert(cloud.points.end(), points + start, points + N);
   } else {
-    for (; first != last; ++first) cloud.PushPoint(*first);
+    for (size_t i = start; i < N; ++i) cloud.PushPoint(points[i]);
   }
 }
 
