@@ -52,8 +52,9 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   const auto line = static_cast<uint8_t>(Line::Read(data));
   const Elevation elevation = elevations_[line];
   uint32_t measurement[kBlocks];
-  for (size_t k = 0; k < kBlocks; ++k) {
-    measurement[k] = Measurement::Read(data + kFirstMeasurement + kMeasurementStride * k);
+  for (size_t k = 0; k < kBlocks; k += kLanes) {
+    const FourBlocks<16> four(data + kFirstMeasurement + kMeasurementStride * k, kMeasurementStride);
+    StoreLanes(four.Get<Measurement>(), measurement + k);
   }
   float distance[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) {
@@ -69,8 +70,8 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
       [&](size_t k) { return azimuth_in_limits_[k] & elevation.in_limits; }, owner_->GetMounting(),
       owner_->Param());
 
-  Echo echo[kBlocks];
-  for (size_t k = 0; k < kBlocks; ++k) echo[k] = {Intensity(measurement[k]), line};
+  uint32_t echo[kBlocks];
+  for (size_t k = 0; k < kBlocks; ++k) echo[k] = Echo(Intensity(measurement[k]), line);
   AppendPoints<kBlocks>(*owner_->point_cloud_, start, [&](PointType* points) {
     SetPoints(at, echo, points);
     if constexpr (requires { points->timestamp; }) {

@@ -22,7 +22,7 @@ class NV2Impl {
   static constexpr size_t kFirstMeasurement = 28;
   static constexpr size_t kMeasurementStride = 6;
   using Measurement = Field<0, 4>;
-  static uint16_t Intensity(uint32_t measurement) { return static_cast<uint16_t>(measurement & 0xFFF); }
+  static uint32_t Intensity(uint32_t measurement) { return measurement & 0xFFF; }
   static int32_t DistanceCode(uint32_t measurement) { return static_cast<int32_t>(measurement >> 16); }
   static constexpr size_t kImu = 1197;
   static constexpr size_t kUtc = 1210;

@@ -253,9 +253,9 @@ void GridDecoder<PC, Model>::ComputeDistances(Packet& packet) const {
 
 template <typename PC, typename Model>
 void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const PointTimes& times) {
-  Echo echo[kBlocks];
+  uint32_t echo[kBlocks];
   for (size_t i = 0; i < kBlocks; ++i) {
-    echo[i] = {static_cast<uint16_t>(packet.intensity[i]), static_cast<uint16_t>(packet.code[i] >> 8)};
+    echo[i] = Echo(static_cast<uint32_t>(packet.intensity[i]), packet.code[i] >> 8);
   }
   AppendPoints<kBlocks>(*owner_->point_cloud_, start, [&](PointType* points) {
     SetPoints(packet.at, echo, points);

@@ -76,16 +76,15 @@ struct Coordinates {
   }
 };
 
-/// What a point carries besides its coordinates; side by side, as the point keeps them.
-struct Echo {
-  uint16_t intensity;
-  uint16_t line;
-};
+/// Intensity (its low 16 bits) and label in one word, as they stand side by side in a point.
+inline uint32_t Echo(uint32_t intensity, uint32_t label) {
+  return (intensity & 0xFFFF) | label << 16;
+}
 
 /// Sets coordinates, intensity and label of the `N` points from `points` on, four points at a time: compilers
 /// do not find this transposition by themselves.
 template <typename T, size_t N>
-void SetPoints(const Coordinates<N>& at, const Echo (&echo)[N], T* points) {
+void SetPoints(const Coordinates<N>& at, const uint32_t (&echo)[N], T* points) {
   static_assert(std::is_trivially_copyable_v<T> && N % kLanes == 0);
   static_assert(offsetof(T, x) == 0 && offsetof(T, y) == 4 && offsetof(T, z) == 8);
   static_assert(offsetof(T, intensity) == 12 && offsetof(T, label) == 14);
