@@ -18,6 +18,8 @@ library=$(find "$copy" -name 'liborva_driver.so')
 readelf -d "$library" | grep 'SONAME.*\[liborva_driver.so.1\]' >/dev/null || fail "the SONAME is not liborva_driver.so.1"
 readelf -d "$library" | grep -E 'R(UN)?PATH' >/dev/null && fail "the installed library carries a run path"
 
+"$copy/bin/orva" --version || fail "the installed tool does not run"
+
 echo "--- find_package"
 cmake -S "$source" -B "$work/cmake" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$copy" \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-Wall -Wextra -Wpedantic -Werror" >/dev/null
