@@ -52,7 +52,7 @@ class PcapManager<PC>::Impl {
   // Delivery.
   void SplitFrame(double timestamp);
   void ErrorException(const Error& error);
-  void PutPointCloud(const std::shared_ptr<PC>& cloud);
+  void PutPointCloud(std::shared_ptr<PC> cloud);
   std::shared_ptr<PC> GetPointCloud();
 
   PcapManager* const owner_;
@@ -106,6 +106,7 @@ void PcapManager<PC>::Impl::Release() {
 template <typename PC>
 bool PcapManager<PC>::Impl::Start() {
   if (thread_.Running()) return true;
+  if (thread_.IsCurrent()) return false;  // in a callback that has called Stop: this thread still has to end
   load_finished_ = false;
   return thread_.Start([this] { ProcessData(); });
 }
@@ -184,9 +185,10 @@ void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet
 
 template <typename PC>
 void PcapManager<PC>::Impl::SplitFrame(double timestamp) {
-  if (const std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
+  // Moved out, so that the application may be its only owner from the put callback on.
+  if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
     cloud->timestamp = timestamp;
-    PutPointCloud(cloud);
+    PutPointCloud(std::move(cloud));
   }
   decoder_->point_cloud_ = GetPointCloud();
 }
@@ -197,8 +199,8 @@ void PcapManager<PC>::Impl::ErrorException(const Error& error) {
 }
 
 template <typename PC>
-void PcapManager<PC>::Impl::PutPointCloud(const std::shared_ptr<PC>& cloud) {
-  if (owner_->put_point_cloud_) owner_->put_point_cloud_(cloud);
+void PcapManager<PC>::Impl::PutPointCloud(std::shared_ptr<PC> cloud) {
+  if (owner_->put_point_cloud_) owner_->put_point_cloud_(std::move(cloud));
 }
 
 template <typename PC>
