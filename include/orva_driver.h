@@ -35,9 +35,39 @@
 //   of the first get callback, inside InitDriver, reaches InitDriver's caller.
 //
 // Failures
-//   Set-up failures come back as `false` and a line on the console. Packet faults go to the exception
-//   callback. The library itself throws nothing at the application (out of memory excepted). It
-//   writes its messages to standard output, whole lines at a time, and socket failures to standard error.
+//   Set-up failures come back as `false`. Packet faults go to the exception callback. The library itself
+//   throws nothing at the application (out of memory excepted).
+//
+// What it prints
+//   To standard output, whole lines at a time:
+//     type:33                                               each InitDriver: the model's number
+//     Wrong LiDAR Type. Please check your LiDAR Version!    red; InitDriver fails
+//     Wrong Input Type. Please check your LiDAR Version!    red; InitDriver fails
+//     pcap_file:PATH                                        the capture file, also one that cannot be opened
+//     Error:Get point cloud call back is nullptr!           yellow; each time a cloud is needed
+//     pcap file is load finished!                           green; the recording is indexed
+//     文件: "PATH"                                          each file in the calibration folder, followed by
+//     azimuth, elevation, list.size():N size:M              the tables: values found and values needed
+//     LoadCheckFolder success!, LoadCheckFolder failed!     live only
+//     data is erorr!, check_buffers size:N, find AAAA       calibration download: a reply without the magic
+//                                                           word; what was received (TS6)
+//     ProcessMsopPacket MSOP_LEN:1360 size:N                each packet to decode that has a wrong length
+//     ProcessMsopPacket MSOP_ID                             likewise, right length, wrong identifier
+//   To standard error: "socket creation failed", "setsockopt failed" or "bind failed" with the system's
+//   reason, and a line for a capture of a link type that the driver does not read. InitDriver then fails.
+//
+// Calibration folder (TS4B and TS6; without calibration every direction of the grid is straight ahead)
+//   Four text files, told by a keyword anywhere in their path, the folder's own path included; the first that
+//   occurs in this order counts. Sub-folders are searched as well.
+//     azimuth      49152 values: degrees by grid code (line * 256 + column), positive to the right
+//     elevation    49152 values: degrees by grid code, positive upward
+//     weight       4 values: distance = raw - (r * r * w2 + r * w0 + raw * w1 + w3) metres, r the pulse ratio
+//     near_filter  8 values: strength, near distance (metres; 0: off), very near echo's least intensity,
+//                  very near distance (metres), four that decoding does not use
+//   Values are separated by commas, on any number of lines; decimal point, whatever the locale. A field
+//   without a number counts as 0. In the weight file the first column of each line is a label. Surplus values
+//   are ignored. The folder is taken when exactly four files were long enough, else nothing of it is used.
+//   TS4 and TS4A ask for four times as many values as stated. KR7 and NV2 read no folder.
 #ifndef ORVA_DRIVER_H_
 #define ORVA_DRIVER_H_
 
@@ -78,9 +108,15 @@ enum InputType : int32_t {
 
 /// Packet source.
 struct InputParam {
-  std::string host_ip;     ///< live: IPv4 address of the local interface to listen on; empty: all
-  uint16_t msop_port = 0;  ///< UDP destination port of the point data. Replay: 0 takes every UDP datagram
-  std::string pcap_path;   ///< replay: path of the capture file
+  /// Live: IPv4 address of the local interface to listen on; empty, or not in dotted form: all.
+  std::string host_ip;
+  /// UDP destination port of the point data. 0: in replay every UDP datagram, live a port of the kernel's
+  /// choice.
+  uint16_t msop_port = 0;
+  /// Replay: path of the capture file. A regular file of any size, pcap or pcapng, of Ethernet (no VLAN
+  /// tags), Linux cooked v1 or v2, raw IP or BSD loopback. Records that are not whole are skipped; a file
+  /// that is cut off plays up to there.
+  std::string pcap_path;
 };
 
 /// Limits and mounting.
@@ -91,6 +127,7 @@ struct InputParam {
 /// Beware: the defaults are zero, and zero limits reject every point away from the origin. To let
 /// everything pass set the ranges to
 ///   min_distance 0, max_distance 1000; azimuth -180 to 180; elevation -90 to 90.
+/// A measurement that the near filter removed has distance 0; min_distance above 0 rejects it.
 ///
 /// Mounting: a point p becomes Rz(yaw) * Ry(pitch) * Rx(roll) * p + offset, computed in double. Degrees
 /// are converted with the constant pi * 0.005555556. Limits are tested on the sensor's own distance and
@@ -139,7 +176,9 @@ enum ErrorCode : int32_t {
 
 /// A packet fault, given to the exception callback: for each code at most once every two seconds (counted
 /// in whole seconds, over all drivers of the process with the same cloud type). The console line
-/// appears for every faulty packet. The packet is dropped and decoding goes on.
+/// appears for every faulty packet. The packet is dropped and decoding goes on. The index pass of a replay
+/// counts its own two seconds and prints no line, so a bad packet is reported there, and again when its
+/// frame is played.
 struct Error {
   int32_t error_code = 0;   ///< an ErrorCode
   int32_t error_level = 0;  ///< always 1
@@ -200,10 +239,9 @@ class ORVA_API PointCloud {
 
   std::string frame_id;  ///< the application's own; the driver never touches it
   uint32_t seq = 0;      ///< the application's own; the driver never touches it
-  double timestamp =
-      0.0;  ///< frame time in seconds since the epoch, set when the frame ends. NV2: UTC time of the
-            ///< packet that ended the frame. TS6: of its first packet. Else 0.
-            ///< Also 0 where a recording ended inside the frame
+  /// Frame time in seconds since the epoch, set when the frame ends. NV2: UTC time of the packet that ended
+  /// the frame. TS6: of its first packet. Else 0. Also 0 where a recording ended inside the frame.
+  double timestamp = 0.0;
   uint16_t status_word = 0;    ///< TS4B and TS6, at a frame-end marker: the sensor's status word
   double temperature_a = 0.0;  ///< TS4B and TS6, likewise: degrees Celsius, raw * 0.0625 - 64
   double temperature_b = 0.0;  ///< TS4B and TS6, likewise: degrees Celsius, raw * 0.0625 - 64
@@ -239,7 +277,9 @@ struct ImuMsg {
 ///   Do not poll GetLocalFileStatus while a frame plays: that cancels the play, and the points read so far
 ///   stay in the current cloud.
 ///   A frame's first packet is the one that ended the frame before, from the block after the frame-end
-///   marker. Where a marker closes the file, the last frame is therefore empty.
+///   marker. Where a marker closes the file, the last frame is therefore empty. A frame so short that it ends
+///   within its first packet is put, and the play goes on to put the next one too. The last frame ends with
+///   the file, and is put as it stands there.
 template <typename PC>
 class ORVA_API OrvaDriver {
  public:
@@ -269,8 +309,9 @@ class ORVA_API OrvaDriver {
   /// Starts the threads. True also when they run already; false without a successful InitDriver, or when
   /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index.
   bool Start();
-  /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms.
-  /// Harmless when repeated.
+  /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms. Waits
+  /// for a callback that is running, so hold no lock here that a callback needs. Harmless when repeated, and
+  /// without a successful InitDriver.
   void Stop();
 
   /// Replay: true once the recording is indexed; `status` is then the number of frames, and a play that
