@@ -154,7 +154,7 @@ struct CalibrationParam {
   std::string local_ip;      ///< local IPv4 address of the command socket; empty: all
   int32_t lidar_port = 0;    ///< the sensor's command port; 0: learnt from the first datagram it sends
   std::string lidar_ip;      ///< the sensor's IPv4 address; empty: learnt likewise
-  std::string calib_folder;  ///< folder of calibration text files, see docs/calibration.md
+  std::string calib_folder;  ///< folder of calibration text files, see the top of this header
 };
 
 /// Everything InitDriver needs. It keeps copies; the record may go away afterwards.
