@@ -22,7 +22,8 @@
 //
 // Threads
 //   InitDriver, Start, Stop, the registrations and the queries belong to one thread of the application;
-//   the driver object is not synchronised. Every callback runs on one thread of the driver, one at a
+//   the driver object is not synchronised. GetStatistics alone may be called from any thread while neither
+//   InitDriver nor the destructor runs. Every callback runs on one thread of the driver, one at a
 //   time: the decoding thread (live) or the replay thread (replay). The exception: InitDriver itself
 //   fetches the first cloud (and in live mode the first IMU message) on the caller's thread. While a
 //   callback runs, the next packet waits: live packets queue up, and when more than 8191 wait, all of
@@ -30,9 +31,9 @@
 //
 // Inside a callback you may call
 //   Stop (it asks the threads to end and returns at once; the next Start, Stop or destructor on another
-//   thread joins them), GetLocalFileStatus and SetLocalFrame. You must not destroy the driver or call
-//   InitDriver there. A callback must not throw: on a driver thread that ends the program. An exception
-//   of the first get callback, inside InitDriver, reaches InitDriver's caller.
+//   thread joins them), GetLocalFileStatus, SetLocalFrame and GetStatistics. You must not destroy the driver
+//   or call InitDriver there. A callback must not throw: on a driver thread that ends the program. An
+//   exception of the first get callback, inside InitDriver, reaches InitDriver's caller.
 //
 // Failures
 //   Set-up failures come back as `false`. Packet faults go to the exception callback. The library itself
@@ -263,6 +264,51 @@ struct ImuMsg {
   float linear_acceleration_z = 0.0F;  ///<
 };
 
+/// Where the calibration of the points comes from.
+enum CalibrationState : int32_t {
+  CALIBRATION_NONE = 0,         ///< points come uncalibrated: no folder was given, or it did not load whole
+  CALIBRATION_FROM_FOLDER = 1,  ///< the calibration folder is in use
+  CALIBRATION_DOWNLOADING = 2,  ///< asked for from the sensor, not yet in use: points come uncalibrated
+  CALIBRATION_FROM_SENSOR = 3,  ///< the download ended and is in use
+};
+
+/// What became of every packet since InitDriver, see OrvaDriver::GetStatistics. Stop and Start let the counts
+/// go on. After Stop, and in replay between two plays,
+///   received = decoded + refused_length + refused_identifier + not_for_us + discarded + queued;
+/// while packets flow the two sides may differ by the few that the driver has in hand.
+///
+/// The record keeps its size of 256 bytes: further fields take the place of reserved words, which are 0.
+struct DriverStatistics {
+  uint64_t received = 0;            ///< live: datagrams taken from the socket. Replay: records read by plays
+  uint64_t received_bytes = 0;      ///< their payload, live without what exceeds 1546 bytes of a datagram,
+                                    ///< replay without that of `not_for_us`
+  uint64_t decoded = 0;             ///< packets of the model, given to the decoder
+  uint64_t refused_length = 0;      ///< packets of another length than the model's (ERROR_MSOP_LENGTH)
+  uint64_t refused_identifier = 0;  ///< packets that begin with other bytes (ERROR_MSOP_ID)
+  uint64_t not_for_us = 0;          ///< replay: records of another port or protocol, cut, too long or empty.
+                                    ///< Live: empty datagrams
+  uint64_t discarded = 0;           ///< live: packets thrown away because more than 8191 waited; a callback
+                                    ///< takes too long
+  uint64_t queued = 0;              ///< live: packets that wait for the decoding thread at this moment
+  uint64_t kernel_dropped = 0;    ///< live: datagrams that the kernel dropped on the data socket, most often
+                                  ///< because its receive buffer was full. Not among `received`. 0 before
+                                  ///< Linux 4.12; the kernel's count wraps at 2^32
+  uint64_t frames = 0;            ///< frames that ended, whether or not a put callback took the cloud
+  uint64_t imu_samples = 0;       ///< live: IMU samples made; none without an IMU get callback
+  uint64_t plays = 0;             ///< replay: plays begun, also of a frame that was played before
+  uint64_t index_records = 0;     ///< replay: records that the index pass read; the four counts of the index
+                                  ///< pass are not among the ones above
+  uint64_t index_not_for_us = 0;  ///< replay: of these, as in `not_for_us`
+  uint64_t index_refused_length = 0;      ///< replay: of these, as in `refused_length`
+  uint64_t index_refused_identifier = 0;  ///< replay: of these, as in `refused_identifier`
+  uint64_t receive_buffer_bytes = 0;  ///< live: receive buffer that the kernel grants the data socket, with
+                                      ///< its own overhead (some 2300 bytes for a packet of 1360)
+  uint64_t calibration_bytes = 0;     ///< live: bytes of calibration that the sensor has sent
+  CalibrationState calibration = CALIBRATION_NONE;
+  int32_t reserved_int = 0;
+  uint64_t reserved[13] = {};
+};
+
 /// The driver. PC is PointCloud<Point>, PointCloud<PointTime> or PointCloud<PointSource>; the three differ
 /// only in the fields that a point carries.
 ///
@@ -299,6 +345,14 @@ class ORVA_API OrvaDriver {
                            const std::function<std::shared_ptr<ImuMsg>()>& get);
   /// Takes packet faults, see Error. Registered like the others, before InitDriver.
   void RegisterExceptionCallBack(const std::function<void(const Error&)>& callback);
+  /// Takes every packet as it came, before it is checked: `length` bytes at `data`, valid during the call,
+  /// and when it was received, in seconds since the epoch: by the system's clock, as soon as the driver had
+  /// it from the socket (live), or the record's time in the capture (replay; only what plays read, and only
+  /// datagrams for us). It runs on the decoding or the replay thread, ahead of the other callbacks of that
+  /// packet. Datagrams that the queue discarded, and empty ones, are not seen. Registered like the others,
+  /// before InitDriver; without it nothing is spent on it.
+  void RegisterPacketCallBack(
+      const std::function<void(const uint8_t* data, size_t length, double received)>& callback);
 
   /// Sets everything up: decoder, calibration, socket or file. Releases the set-up of an earlier call
   /// first (and joins its threads), also when it then fails. False, after a line on the console, when the
@@ -320,6 +374,11 @@ class ORVA_API OrvaDriver {
   /// Replay: asks for frame `frame`, counted from 0, and returns at once. False, with nothing changed,
   /// while indexing, while a play is under way, for a number out of range, and live.
   bool SetLocalFrame(const int& frame);
+
+  /// What became of every packet so far. From any thread, also in a callback, but not while InitDriver or the
+  /// destructor runs; it holds up no packet. False, with `statistics` untouched, without a successful
+  /// InitDriver.
+  bool GetStatistics(DriverStatistics& statistics);
 
  private:
   class Impl;

@@ -19,9 +19,17 @@ struct Decoder<PC>::Throttle {
 };
 
 template <typename PC>
-typename Decoder<PC>::Refusal Decoder<PC>::Check(const uint8_t* data, size_t len) const {
-  if (len != const_param_.MSOP_LEN) return Refusal::kLength;
-  if (std::memcmp(data, const_param_.MSOP_ID, const_param_.MSOP_ID_LEN) != 0) return Refusal::kIdentifier;
+typename Decoder<PC>::Refusal Decoder<PC>::Check(const uint8_t* data, size_t len,
+                                                 PacketCounts& counts) const {
+  if (len != const_param_.MSOP_LEN) {
+    counts.wrong_length.Add();
+    return Refusal::kLength;
+  }
+  if (std::memcmp(data, const_param_.MSOP_ID, const_param_.MSOP_ID_LEN) != 0) {
+    counts.wrong_identifier.Add();
+    return Refusal::kIdentifier;
+  }
+  counts.accepted.Add();  // before it is decoded: a callback that looks finds its own packet counted
   return Refusal::kNone;
 }
 
@@ -37,7 +45,7 @@ void Decoder<PC>::Report(Refusal refusal, Throttle& throttle) {
 
 template <typename PC>
 bool Decoder<PC>::ProcessMsopPacket(const uint8_t* data, size_t len, uint16_t start) {
-  const Refusal refusal = Check(data, len);
+  const Refusal refusal = Check(data, len, processed_);
   if (refusal == Refusal::kNone) return DecodeMsopPacket(data, const_param_.MSOP_LEN, start);
   static Throttle throttle;
   if (refusal == Refusal::kLength) {
@@ -52,7 +60,7 @@ bool Decoder<PC>::ProcessMsopPacket(const uint8_t* data, size_t len, uint16_t st
 
 template <typename PC>
 bool Decoder<PC>::toSplite(const uint8_t* data, size_t len, uint16_t& seq) {
-  const Refusal refusal = Check(data, len);
+  const Refusal refusal = Check(data, len, examined_);
   if (refusal == Refusal::kNone) return SplitFrame(data, const_param_.MSOP_LEN, seq);
   static Throttle throttle;
   Report(refusal, throttle);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "common/counter.h"
 #include "decoder/mounting.h"
 #include "decoder/packet_blocks.h"
 #include "orva_driver.h"
@@ -42,6 +43,13 @@ constexpr DecoderConstParam ModelConstants(uint16_t length, uint16_t lines, uint
 
 /// The record of NV2. KR7 and TS4, which decode nothing, accept their packets by the same.
 inline constexpr DecoderConstParam kLinePacketConstants = ModelConstants(1236, 56, 192);
+
+/// What became of the packets that were given to one operation of a decoder.
+struct PacketCounts {
+  Counter accepted;
+  Counter wrong_length;
+  Counter wrong_identifier;
+};
 
 /// Base of the model decoders: acceptance of packets, limits, mounting, packet time. Used by one thread at a
 /// time. Calling order: construct, register, UpdateCheckParam when calibration is there, set the current
@@ -91,6 +99,8 @@ class Decoder {
   const DecoderParam& Param() const { return param_; }
   const DecoderConstParam& ConstParam() const { return const_param_; }
   const Mounting& GetMounting() const { return mounting_; }
+  const PacketCounts& ProcessedPackets() const { return processed_; }  ///< by ProcessMsopPacket; any thread
+  const PacketCounts& ExaminedPackets() const { return examined_; }    ///< by toSplite; any thread
 
   std::shared_ptr<PC> point_cloud_;  ///< frame in the making; null: points are computed, not stored
   std::shared_ptr<ImuMsg> imu_msg_;  ///< filled before `imu_cb_` is called
@@ -102,13 +112,15 @@ class Decoder {
   struct Throttle;
   enum class Refusal { kNone, kLength, kIdentifier };
 
-  Refusal Check(const uint8_t* data, size_t len) const;
+  Refusal Check(const uint8_t* data, size_t len, PacketCounts& counts) const;
   void Report(Refusal refusal, Throttle& throttle);
 
   Mounting mounting_;
   DecoderParam param_;
   DecoderConstParam const_param_;
   UtcClock clock_;
+  PacketCounts processed_;
+  PacketCounts examined_;
 };
 
 }  // namespace tevoro::lidar

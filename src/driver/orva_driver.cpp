@@ -28,6 +28,7 @@ class OrvaDriver<PC>::Impl {
     candidate->RegisterPointCloudCallBack(put_point_cloud, get_point_cloud);
     candidate->RegisterImuCallBack(put_imu_msg, get_imu_msg);
     candidate->RegisterExceptionCallBack(exception);
+    candidate->RegisterPacketCallBack(packet);
     if (!candidate->Init(param)) return false;
     manager = std::move(candidate);
     return true;
@@ -39,6 +40,7 @@ class OrvaDriver<PC>::Impl {
   std::function<std::shared_ptr<PC>()> get_point_cloud;
   std::function<void(std::shared_ptr<ImuMsg>)> put_imu_msg;
   std::function<std::shared_ptr<ImuMsg>()> get_imu_msg;
+  std::function<void(const uint8_t* data, size_t length, double received)> packet;
 };
 
 template <typename PC>
@@ -67,6 +69,12 @@ void OrvaDriver<PC>::RegisterExceptionCallBack(const std::function<void(const Er
 }
 
 template <typename PC>
+void OrvaDriver<PC>::RegisterPacketCallBack(
+    const std::function<void(const uint8_t* data, size_t length, double received)>& callback) {
+  impl_->packet = callback;
+}
+
+template <typename PC>
 bool OrvaDriver<PC>::InitDriver(const DriverParam& param) {
   return impl_->Init(param);
 }
@@ -89,6 +97,11 @@ bool OrvaDriver<PC>::GetLocalFileStatus(int& status) {
 template <typename PC>
 bool OrvaDriver<PC>::SetLocalFrame(const int& frame) {
   return impl_->manager && impl_->manager->PlayLocalFileFrame(frame);
+}
+
+template <typename PC>
+bool OrvaDriver<PC>::GetStatistics(DriverStatistics& statistics) {
+  return impl_->manager && impl_->manager->GetStatistics(statistics);
 }
 
 #define ORVA_INSTANTIATE(PC) template class OrvaDriver<PC>;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -38,6 +40,13 @@ class DriverManager {
   virtual void RegisterExceptionCallBack(const std::function<void(const Error&)>& callback) {
     exception_ = callback;
   }
+  // Further operations go below: the place of those above in the virtual table is settled.
+  virtual void RegisterPacketCallBack(
+      const std::function<void(const uint8_t* data, size_t length, double received)>& callback) {
+    packet_ = callback;
+  }
+  /// From any thread after an Init that returned true.
+  virtual bool GetStatistics(DriverStatistics& /*statistics*/) const { return false; }
 
  protected:
   std::function<void(const Error&)> exception_;
@@ -45,6 +54,7 @@ class DriverManager {
   std::function<std::shared_ptr<PC>()> get_point_cloud_;
   std::function<void(std::shared_ptr<ImuMsg>)> put_imu_msg_;
   std::function<std::shared_ptr<ImuMsg>()> get_imu_msg_;
+  std::function<void(const uint8_t* data, size_t length, double received)> packet_;
 };
 
 }  // namespace tevoro::lidar

@@ -117,6 +117,7 @@ int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, 
   if (length == 0) return 0;
   buffer->offset = 0;
   buffer->length = length;
+  buffer->received = static_cast<double>(header->ts.tv_sec) + static_cast<double>(header->ts.tv_usec) * 1e-6;
   return static_cast<int>(length);
 }
 

@@ -20,6 +20,8 @@ int InputSock::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& size, long
   if (count > 0) {
     buffer->offset = 0;
     buffer->length = static_cast<uint64_t>(count);
+  } else if (count == 0) {
+    empty_.Add();
   }
   return static_cast<int>(count);
 }

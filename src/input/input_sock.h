@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "common/counter.h"
 #include "input/input.h"
 #include "input/udp_socket.h"
 
@@ -25,8 +26,14 @@ class InputSock : public Input {
   void Close() { socket_.Close(); }
   int32_t Descriptor() const { return socket_.Descriptor(); }
 
+  // For statistics, from any thread while the socket is open.
+  uint64_t EmptyDatagrams() const { return empty_.Value(); }  ///< arrived, and given to nobody
+  uint64_t Drops() const { return socket_.Drops(); }
+  uint64_t ReadBuffer() const { return socket_.ReadBuffer(); }
+
  private:
   UdpSocket socket_;
+  Counter empty_;
 };
 
 }  // namespace tevoro::lidar

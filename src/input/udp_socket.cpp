@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sock_diag.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -92,6 +93,20 @@ void UdpSocket::SetReadBuffer() {
 
 void UdpSocket::SetWriteBuffer() {
   Enlarge(socket_, SO_SNDBUF);
+}
+
+uint64_t UdpSocket::ReadBuffer() const {
+  int bytes = 0;
+  socklen_t length = sizeof(bytes);
+  getsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &bytes, &length);
+  return static_cast<uint64_t>(bytes);
+}
+
+uint64_t UdpSocket::Drops() const {
+  uint32_t figures[SK_MEMINFO_VARS] = {};
+  socklen_t length = sizeof(figures);
+  getsockopt(socket_, SOL_SOCKET, SO_MEMINFO, figures, &length);
+  return figures[SK_MEMINFO_DROPS];
 }
 
 bool UdpSocket::WaitReadEvent(int milliseconds) const {

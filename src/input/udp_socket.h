@@ -28,6 +28,12 @@ class UdpSocket {
   bool WaitReadEvent(int milliseconds) const;
   bool WaitWriteEvent(int milliseconds) const;
 
+  /// Bytes that the kernel grants for waiting datagrams, its own overhead included; 0 when it does not tell.
+  uint64_t ReadBuffer() const;
+  /// Datagrams that the kernel dropped on this socket, because the buffer was full or the checksum wrong.
+  /// 0 where the system does not tell; wraps at 2^32.
+  uint64_t Drops() const;
+
   int32_t Descriptor() const { return socket_; }
 
  private:

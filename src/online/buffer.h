@@ -19,6 +19,7 @@ struct Buffer {
   uint64_t capacity;    ///< bytes of `data`
   uint64_t offset = 0;  ///< where the packet starts
   uint64_t length = 0;  ///< bytes of the packet, from `offset`
+  double received = 0;  ///< when it arrived, seconds since the epoch; live: only for a packet callback
 };
 
 }  // namespace tevoro::lidar

@@ -15,6 +15,7 @@ constexpr uint8_t kRequestMagic = 0xA5;  // four times
 constexpr uint16_t CALIB_CHUNK_REQUEST = 1000;
 constexpr uint16_t kClosingRequest = 100;  // asked once more where the end came unannounced
 constexpr int kReplyCapacity = 2048;
+constexpr int kReplyOverhead = 39;  // what a reply holds beside its piece of the stream
 constexpr microseconds kRetryAfter{10'000};
 constexpr milliseconds kBetweenRequests{1};
 
@@ -103,6 +104,9 @@ void CalibrationLoader::TakeReply(Progress& progress, const char* reply, int len
   progress.step =
       service_->PushData(type_, reinterpret_cast<const signed char*>(reply), length, last_chunk, complete);
   progress.request.SetLastChunk(last_chunk);
+  if (length > kReplyOverhead && progress.step >= 0) {
+    received_bytes_.Add(static_cast<uint64_t>(length - kReplyOverhead));
+  }
 
   if (complete && progress.last_chunk) {
     load_enabled_ = false;

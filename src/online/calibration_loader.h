@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "common/counter.h"
 #include "common/worker_thread.h"
 #include "input/udp_select.h"
 #include "orva_driver.h"
@@ -36,6 +37,9 @@ class CalibrationLoader {
   /// True once, when the record is filled and waits to be given to the decoder.
   bool TakeRecord();
 
+  /// Bytes of the calibration stream that have arrived. From any thread.
+  uint64_t ReceivedBytes() const { return received_bytes_.Value(); }
+
  private:
   /// What one run of the thread remembers between requests.
   struct Progress;
@@ -52,6 +56,7 @@ class CalibrationLoader {
   std::atomic<bool> apply_pending_{true};       ///< the decoder has not got the record yet
   std::atomic<bool> download_complete_{false};  ///< the record is filled
   std::atomic<bool> request_outstanding_{false};
+  Counter received_bytes_;
 };
 
 /// Stores the sum of a command's other bytes, modulo 256, in its last byte.

@@ -2,14 +2,17 @@
 #include "online/online_manager.h"
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <utility>
 
 #include "common/cloud_types.h"
 #include "common/console.h"
+#include "common/counter.h"
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
+#include "driver/statistics_reading.h"
 #include "input/input_factory.h"
 #include "input/input_sock.h"
 #include "online/calibration_loader.h"
@@ -31,6 +34,10 @@ std::string ThreadName(const char* role, uint32_t instance) {
   return ("orva-" + std::string(role) + "-" + std::to_string(instance)).substr(0, kLongestName);
 }
 
+double WallClock() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 }  // namespace
 
 template <typename PC>
@@ -47,11 +54,12 @@ class OnlineManager<PC>::Impl {
   bool Init(const DriverParam& param);
   bool Start();
   void Stop();
+  DriverStatistics ReadStatistics() const;
 
  private:
   bool SetUp();
   void LoadFolder();
-  void ApplyCheckParam() { decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type)); }
+  void ApplyCheckParam(CalibrationState source);
   void Release();
 
   bool StartLoad();
@@ -83,6 +91,13 @@ class OnlineManager<PC>::Impl {
   std::shared_ptr<ParamService> service_;
   SyncQueue<std::shared_ptr<Buffer>> packet_queue_;  // received, to be decoded
   SyncQueue<std::shared_ptr<Buffer>> free_queue_;    // decoded, to be used again
+
+  // For statistics.
+  std::atomic<CalibrationState> calibration_{CALIBRATION_NONE};
+  Counter received_;  // by the receive thread
+  Counter received_bytes_;
+  Counter frames_;  // by the decoding thread
+  Counter imu_samples_;
 };
 
 // Set-up
@@ -112,6 +127,7 @@ bool OnlineManager<PC>::Impl::SetUp() {
   if (param_.calib_from_lidar) {
     loader_ = std::make_shared<CalibrationLoader>(param_.lidar_type, param_.calibration_param, service_);
     if (!loader_->Init()) return false;
+    calibration_ = CALIBRATION_DOWNLOADING;
   } else {
     LoadFolder();
   }
@@ -129,7 +145,13 @@ void OnlineManager<PC>::Impl::LoadFolder() {
     // An unreadable folder is one without calibration: points come uncalibrated.
   }
   PrintLine(loaded ? "LoadCheckFolder success!" : "LoadCheckFolder failed!");
-  if (loaded) ApplyCheckParam();
+  if (loaded) ApplyCheckParam(CALIBRATION_FROM_FOLDER);
+}
+
+template <typename PC>
+void OnlineManager<PC>::Impl::ApplyCheckParam(CalibrationState source) {
+  decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type));
+  calibration_ = source;
 }
 
 template <typename PC>
@@ -186,6 +208,7 @@ bool OnlineManager<PC>::Impl::StartDecoder() {
 
 template <typename PC>
 void OnlineManager<PC>::Impl::RecvLoop() {
+  const bool tapped = static_cast<bool>(manager_->packet_);
   Pacing pacing;
   std::shared_ptr<Buffer> current = GetBuffer();
   while (recv_thread_.Running()) {
@@ -193,6 +216,9 @@ void OnlineManager<PC>::Impl::RecvLoop() {
     const bool received = input_->RecvPacket(current, int{PACKET_BUFFER_SIZE}, nullptr, true) > 0;
     const bool backlog = received && timer.DidNotWait();
     if (received) {
+      if (tapped) current->received = WallClock();
+      received_.Add();
+      received_bytes_.Add(current->length);
       if (packet_queue_.Push(current) > MAX_QUEUED_PACKETS) packet_queue_.Clear();
       current = GetBuffer();
     }
@@ -206,11 +232,14 @@ template <typename PC>
 void OnlineManager<PC>::Impl::DecodeLoop() {
   Pacing pacing;
   while (decoder_thread_.Running()) {
-    if (loader_ && loader_->TakeRecord()) ApplyCheckParam();  // between two packets, never inside one
+    if (loader_ && loader_->TakeRecord())
+      ApplyCheckParam(CALIBRATION_FROM_SENSOR);  // between two packets, never inside one
     bool more = false;
     const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
     if (packet) {
-      decoder_->ProcessMsopPacket(packet->data.get() + packet->offset, packet->length, 0);
+      const uint8_t* data = packet->data.get() + packet->offset;
+      if (manager_->packet_) manager_->packet_(data, packet->length, packet->received);
+      decoder_->ProcessMsopPacket(data, packet->length, 0);
       free_queue_.Push(packet);
     }
     pacing.Sleep(more ? Pacing::Cycle::kBacklog : packet ? Pacing::Cycle::kPacket : Pacing::Cycle::kIdle);
@@ -227,6 +256,7 @@ std::shared_ptr<Buffer> OnlineManager<PC>::Impl::GetBuffer() {
 
 template <typename PC>
 void OnlineManager<PC>::Impl::SplitFrame(const uint16_t& /*laser_num*/, const double& timestamp) {
+  frames_.Add();
   // Moved out, so that the application may be its only owner from the put callback on.
   if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
     cloud->timestamp = timestamp;
@@ -237,6 +267,7 @@ void OnlineManager<PC>::Impl::SplitFrame(const uint16_t& /*laser_num*/, const do
 
 template <typename PC>
 void OnlineManager<PC>::Impl::SplitIMUFrame() {
+  imu_samples_.Add();
   PutImuMsg(std::move(decoder_->imu_msg_));
   decoder_->imu_msg_ = GetImuMsg();
 }
@@ -268,6 +299,35 @@ std::shared_ptr<ImuMsg> OnlineManager<PC>::Impl::GetImuMsg() {
   return manager_->get_imu_msg_ ? manager_->get_imu_msg_() : nullptr;
 }
 
+// Statistics, on any thread
+
+template <typename PC>
+DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
+  const auto* socket = dynamic_cast<const InputSock*>(input_.get());
+  DriverStatistics statistics = ReadSettled([&] {
+    const PacketCounts& packets = decoder_->ProcessedPackets();
+    DriverStatistics now;
+    now.decoded = packets.accepted.Value();
+    now.refused_length = packets.wrong_length.Value();
+    now.refused_identifier = packets.wrong_identifier.Value();
+    now.not_for_us = socket != nullptr ? socket->EmptyDatagrams() : 0;
+    now.discarded = packet_queue_.Discarded();
+    now.queued = packet_queue_.Waiting();
+    now.received = received_.Value() + now.not_for_us;
+    now.received_bytes = received_bytes_.Value();
+    now.frames = frames_.Value();
+    now.imu_samples = imu_samples_.Value();
+    return now;
+  });
+  if (socket != nullptr) {
+    statistics.kernel_dropped = socket->Drops();
+    statistics.receive_buffer_bytes = socket->ReadBuffer();
+  }
+  statistics.calibration = calibration_;
+  if (loader_) statistics.calibration_bytes = loader_->ReceivedBytes();
+  return statistics;
+}
+
 template <typename PC>
 OnlineManager<PC>::OnlineManager() : impl_(std::make_shared<Impl>(this)) {}
 
@@ -287,6 +347,12 @@ bool OnlineManager<PC>::Start() {
 template <typename PC>
 void OnlineManager<PC>::Stop() {
   impl_->Stop();
+}
+
+template <typename PC>
+bool OnlineManager<PC>::GetStatistics(DriverStatistics& statistics) const {
+  statistics = impl_->ReadStatistics();
+  return true;
 }
 
 #define ORVA_INSTANTIATE(PC) template class OnlineManager<PC>;

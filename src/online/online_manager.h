@@ -21,6 +21,7 @@ class OnlineManager : public DriverManager<PC> {
   /// Only after an Init that returned true.
   bool Start() override;
   void Stop() override;
+  bool GetStatistics(DriverStatistics& statistics) const override;
 
  private:
   class Impl;

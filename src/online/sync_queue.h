@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <utility>
 #include <vector>
+
+#include "common/counter.h"
 
 namespace tevoro::lidar {
 
@@ -26,6 +29,7 @@ class SyncQueue {
     if (ring_.count == ring_.slots.size()) ring_.Grow();
     ring_.At(ring_.count++) = item;
     size_ = ring_.count;
+    level_.store(ring_.count, std::memory_order_release);
     return size_;
   }
 
@@ -43,6 +47,7 @@ class SyncQueue {
     T item = std::exchange(ring_.At(0), T());
     ring_.head = (ring_.head + 1) % ring_.slots.size();
     --ring_.count;
+    level_.store(ring_.count, std::memory_order_release);
     return item;
   }
 
@@ -51,7 +56,13 @@ class SyncQueue {
     Ring discarded;
     const std::lock_guard lock(mutex_);
     std::swap(ring_, discarded);
+    discarded_.Add(discarded.count);
+    level_.store(0, std::memory_order_release);
   }
+
+  // For statistics. They take no lock, so whoever looks holds nobody up.
+  uint64_t Waiting() const { return level_.load(std::memory_order_acquire); }
+  uint64_t Discarded() const { return discarded_.Value(); }  ///< by Clear, since construction
 
  private:
   struct Ring {
@@ -73,6 +84,8 @@ class SyncQueue {
   uint64_t size_ = 0;  ///< elements just after the latest Push; for information
   std::mutex mutex_;
   Ring ring_;
+  std::atomic<uint64_t> level_{0};  ///< elements at this moment; written under the lock
+  Counter discarded_;
 };
 
 }  // namespace tevoro::lidar

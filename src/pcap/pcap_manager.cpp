@@ -9,8 +9,10 @@
 
 #include "common/cloud_types.h"
 #include "common/console.h"
+#include "common/counter.h"
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
+#include "driver/statistics_reading.h"
 #include "input/input_factory.h"
 #include "param/param_service.h"
 #include "pcap/play_request.h"
@@ -27,6 +29,7 @@ class PcapManager<PC>::Impl {
   void Stop() { thread_.Stop(); }
   bool GetLocalFileStatus(int& status);
   bool PlayLocalFileFrame(int frame);
+  DriverStatistics ReadStatistics() const;
 
  private:
   /// Where a frame begins.
@@ -45,9 +48,8 @@ class PcapManager<PC>::Impl {
   void IndexRecord(Packet& packet);
   void PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet);
   void PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet);
-  bool Decode(const Packet& packet, uint16_t start) {
-    return decoder_->ProcessMsopPacket(packet->data.get() + packet->offset, packet->length, start);
-  }
+  void CountRecord(int length);
+  bool Decode(const Packet& packet, uint16_t start);
 
   // Delivery.
   void SplitFrame(double timestamp);
@@ -63,6 +65,17 @@ class PcapManager<PC>::Impl {
   std::shared_ptr<Input> input_;
   std::shared_ptr<Decoder<PC>> decoder_;
   std::shared_ptr<ParamService> param_service_;
+
+  // For statistics; counted by the replay thread.
+  CalibrationState calibration_ = CALIBRATION_NONE;
+  Counter index_records_;
+  Counter index_not_for_us_;
+  Counter plays_;
+  Counter received_;
+  Counter received_bytes_;
+  Counter not_for_us_;
+  Counter frames_;
+
   WorkerThread thread_{"orva-replay"};  // last: ends before what it uses
 };
 
@@ -93,6 +106,7 @@ void PcapManager<PC>::Impl::LoadCalibration(const DriverParam& param) {
     return;
   }
   decoder_->UpdateCheckParam(param_service_->GetCheckParam(param.lidar_type));
+  calibration_ = CALIBRATION_FROM_FOLDER;
 }
 
 template <typename PC>
@@ -150,6 +164,8 @@ template <typename PC>
 void PcapManager<PC>::Impl::IndexRecord(Packet& packet) {
   long position = 0;
   const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &position, true);
+  if (length >= 0) index_records_.Add();
+  if (length == 0) index_not_for_us_.Add();
   if (length > 0) {
     uint16_t seq = 0;
     const bool new_frame = decoder_->toSplite(packet->data.get() + packet->offset, packet->length, seq);
@@ -166,7 +182,9 @@ void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn, Packe
   const std::lock_guard<std::mutex> lock(replay_lock_);
   FramePosPackage entry = frame_index_[static_cast<size_t>(turn.frame)];
   const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &entry.position, false);
+  CountRecord(length);
   if (length <= 0) return;  // the next turn tries again
+  plays_.Add();
   // A frame that ends within its first packet is delivered, and the play goes on to the next frame end.
   Decode(packet, entry.seq);
   play_request_.Continue(turn);
@@ -175,6 +193,7 @@ void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn, Packe
 template <typename PC>
 void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet) {
   const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, nullptr, false);
+  CountRecord(length);
   if (length > 0) {
     if (Decode(packet, 0)) play_request_.Finish(turn);
   } else if (length < 0) {
@@ -183,8 +202,25 @@ void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet
   }
 }
 
+/// Counts what a read of a play gave.
+template <typename PC>
+void PcapManager<PC>::Impl::CountRecord(int length) {
+  if (length < 0) return;
+  received_.Add();
+  received_bytes_.Add(static_cast<uint64_t>(length));
+  if (length == 0) not_for_us_.Add();
+}
+
+template <typename PC>
+bool PcapManager<PC>::Impl::Decode(const Packet& packet, uint16_t start) {
+  const uint8_t* data = packet->data.get() + packet->offset;
+  if (owner_->packet_) owner_->packet_(data, packet->length, packet->received);
+  return decoder_->ProcessMsopPacket(data, packet->length, start);
+}
+
 template <typename PC>
 void PcapManager<PC>::Impl::SplitFrame(double timestamp) {
+  frames_.Add();
   // Moved out, so that the application may be its only owner from the put callback on.
   if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
     cloud->timestamp = timestamp;
@@ -208,6 +244,29 @@ std::shared_ptr<PC> PcapManager<PC>::Impl::GetPointCloud() {
   if (owner_->get_point_cloud_) return owner_->get_point_cloud_();
   PrintLine(Colour::kYellow, "Error:Get point cloud call back is nullptr!");
   return nullptr;
+}
+
+template <typename PC>
+DriverStatistics PcapManager<PC>::Impl::ReadStatistics() const {
+  return ReadSettled([this] {
+    const PacketCounts& played = decoder_->ProcessedPackets();
+    const PacketCounts& indexed = decoder_->ExaminedPackets();
+    DriverStatistics now;
+    now.received = received_.Value();
+    now.received_bytes = received_bytes_.Value();
+    now.decoded = played.accepted.Value();
+    now.refused_length = played.wrong_length.Value();
+    now.refused_identifier = played.wrong_identifier.Value();
+    now.not_for_us = not_for_us_.Value();
+    now.frames = frames_.Value();
+    now.plays = plays_.Value();
+    now.index_records = index_records_.Value();
+    now.index_not_for_us = index_not_for_us_.Value();
+    now.index_refused_length = indexed.wrong_length.Value();
+    now.index_refused_identifier = indexed.wrong_identifier.Value();
+    now.calibration = calibration_;
+    return now;
+  });
 }
 
 template <typename PC>
@@ -239,6 +298,12 @@ bool PcapManager<PC>::GetLocalFileStatus(int& status) {
 template <typename PC>
 bool PcapManager<PC>::PlayLocalFileFrame(const int& frame) {
   return impl_->PlayLocalFileFrame(frame);
+}
+
+template <typename PC>
+bool PcapManager<PC>::GetStatistics(DriverStatistics& statistics) const {
+  statistics = impl_->ReadStatistics();
+  return true;
 }
 
 #define ORVA_INSTANTIATE(PC) template class PcapManager<PC>;

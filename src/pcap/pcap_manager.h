@@ -19,6 +19,7 @@ class PcapManager : public DriverManager<PC> {
   void Stop() override;
   bool GetLocalFileStatus(int& status) override;
   bool PlayLocalFileFrame(const int& frame) override;
+  bool GetStatistics(DriverStatistics& statistics) const override;
 
  private:
   class Impl;
