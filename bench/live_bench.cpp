@@ -223,6 +223,7 @@ Run Send(uint16_t port, Sink& sink, unsigned rate, double duration) {
     sensor.Send(port, packet.data(), packet.size());
   }
   const double elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
+  prctl(PR_SET_TIMERSLACK, 0UL, 0, 0, 0);  // the next receiver's threads inherit it
   run.cpu = (CpuSeconds(RUSAGE_SELF) - process - (CpuSeconds(RUSAGE_THREAD) - sender)) / elapsed;
   run.allocations_per_packet = static_cast<double>(allocations - allocated) / run.sent;
   const auto patience = Clock::now() + seconds(2);
