@@ -74,9 +74,7 @@ class GridDecoder {
   static constexpr const DecoderConstParam& kConst = Model::kConst;
   static constexpr size_t kBlocks = Model::kConst.BLOCKS_PER_PKT;
 
-  explicit GridDecoder(Decoder<PC>* owner) : owner_(owner), directions_(kCodes), in_limits_(kCodes) {
-    PrepareDirections();
-  }
+  explicit GridDecoder(Decoder<PC>* owner) : owner_(owner), directions_(kCodes), in_limits_(kCodes) {}
 
   static bool IsNewFrame(const uint16_t& line, const uint16_t& column) { return IsFrameEnd(line, column); }
 
@@ -116,7 +114,7 @@ class GridDecoder {
 
   void UpdateCheckParam(const CheckParam* param) {
     std::memcpy(&check_param_, param, sizeof(check_param_));
-    PrepareDirections();
+    prepared_ = false;
   }
 
  protected:
@@ -169,11 +167,12 @@ class GridDecoder {
   void ComputeDistances(Packet& packet) const;
   void Append(const Packet& packet, size_t start, const PointTimes& times);
 
-  // By grid code, prepared when calibration arrives.
+  // By grid code, prepared for the first packet under a calibration: half a millisecond.
   std::vector<Direction> directions_;
   std::vector<int8_t> in_limits_;  ///< masks
-  Packet packet_{};                ///< scratch
-  uint32_t point_count_ = 0;       ///< in the frame so far
+  bool prepared_ = false;
+  Packet packet_{};           ///< scratch
+  uint32_t point_count_ = 0;  ///< in the frame so far
 };
 
 template <typename PC, typename Model>
@@ -190,6 +189,7 @@ void GridDecoder<PC, Model>::PrepareDirections() {
                            ElevationInLimits(owner_->Param(), angles.elevation);
     in_limits_[code] = in_limits ? -1 : 0;
   }
+  prepared_ = true;
 }
 
 template <typename PC, typename Model>
@@ -274,6 +274,7 @@ void GridDecoder<PC, Model>::Append(const Packet& packet, size_t start, const Po
 template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::DecodeBlocks(const uint8_t* data, size_t start, const PointTimes& times) {
   if (start >= kBlocks) return false;
+  if (!prepared_) PrepareDirections();
   // All blocks are computed, also those before `start`: loops of a fixed length are faster.
   const bool ended = Unpack(data, start, packet_);
   if (owner_->point_cloud_) {
