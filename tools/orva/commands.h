@@ -12,6 +12,7 @@ namespace orva {
 // The work throws Failure or WrongUsage when it cannot go on, and returns when it is done.
 
 void AddLive(CLI::App& app);
+void AddRecord(CLI::App& app);
 void AddRender(CLI::App& app);
 void AddReplay(CLI::App& app);
 void AddSimulate(CLI::App& app);

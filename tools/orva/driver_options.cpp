@@ -62,6 +62,16 @@ void AddDecoderOptions(CLI::App& command, DecoderParam& param) {
       ->group(kLimits);
 }
 
+void AddListenOptions(CLI::App& command, InputParam& param) {
+  command.add_option("--port", param.msop_port, "The sensor's UDP data port")
+      ->required()
+      ->check(CLI::Range(1, 65535))
+      ->type_name("N");
+  command.add_option("--host", param.host_ip, "Local address to listen on; without it: all")
+      ->check(CLI::ValidIPV4)
+      ->type_name("IP");
+}
+
 void AddReplayOptions(CLI::App& command, DriverParam& param) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);

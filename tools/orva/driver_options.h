@@ -16,6 +16,9 @@ DriverParam OpenParam(InputType input_type);
 /// Adds --distance, --azimuth, --elevation and --mount. `param` must outlive the parsing.
 void AddDecoderOptions(CLI::App& command, DecoderParam& param);
 
+/// Adds --port and --host: where a live sensor's packets arrive.
+void AddListenOptions(CLI::App& command, InputParam& param);
+
 /// Adds what every command that opens a recording takes: FILE, --model, --port, --calib and the above.
 void AddReplayOptions(CLI::App& command, DriverParam& param);
 

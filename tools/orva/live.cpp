@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "arrivals.h"
 #include "calibration_check.h"
 #include "commands.h"
 #include "driver_options.h"
@@ -42,17 +43,23 @@ struct LiveOptions {
   std::uint64_t frames = 0;
 };
 
-std::string CalibrationText(const DriverParam& param, const LiveCounts& counts) {
+std::string CalibrationText(const DriverParam& param, const DriverStatistics& statistics) {
   if (!TraitsOf(param.lidar_type).uses_calibration) {
     return "not needed";
   }
-  if (counts.directions_vary) {
-    return param.calib_from_lidar ? "from the sensor" : "from the folder";
+  switch (statistics.calibration) {
+    case CALIBRATION_NONE:
+      return "none";
+    case CALIBRATION_FROM_FOLDER:
+      return "from the folder";
+    case CALIBRATION_DOWNLOADING:
+      return statistics.calibration_bytes == 0
+                 ? "waiting for the sensor"
+                 : "downloading, " + std::to_string(statistics.calibration_bytes) + " bytes so far";
+    case CALIBRATION_FROM_SENSOR:
+      return "from the sensor";
   }
-  if (param.calib_from_lidar) {
-    return "waiting for the sensor";
-  }
-  return counts.frames == 0 && !param.calibration_param.calib_folder.empty() ? "from the folder" : "none";
+  return "unknown";
 }
 
 /// Prints the line of every second from the difference to the second before.
@@ -66,6 +73,7 @@ class StatusLine {
       return;
     }
     const LiveCounts counts = session.Counts();
+    const DriverStatistics statistics = session.Statistics();
     const double seconds = std::chrono::duration<double>(now - last_).count();
     const auto rate = [seconds](std::uint64_t after, std::uint64_t before) {
       return static_cast<double>(after - before) / seconds;
@@ -78,10 +86,10 @@ class StatusLine {
       std::snprintf(text.data(), text.size(), " %6.1f IMU/s", rate(counts.imu_samples, before_.imu_samples));
       line += text.data();
     }
-    line += "  calibration: " + CalibrationText(param_, counts);
-    if (counts.length_faults + counts.id_faults > 0) {
-      line += "  faults: " + std::to_string(counts.length_faults) + " length, " +
-              std::to_string(counts.id_faults) + " identifier";
+    line += "  calibration: " + CalibrationText(param_, statistics);
+    const std::string losses = LossText(statistics);
+    if (!losses.empty()) {
+      line += "  " + losses;
     }
     if (counts.missed > 0) {
       line += "  not stored: " + std::to_string(counts.missed);
@@ -100,25 +108,23 @@ class StatusLine {
   LiveCounts before_;
 };
 
-void Conclude(const LiveOptions& options, const LiveCounts& counts) {
-  const std::string port = std::to_string(options.param.input_param.msop_port);
+void Conclude(const LiveOptions& options, const LiveCounts& counts, const DriverStatistics& statistics) {
   const ModelTraits& model = TraitsOf(options.param.lidar_type);
-  if (counts.frames == 0 && counts.length_faults + counts.id_faults > 0) {
-    throw Failure("what arrives on port " + port + " are no packets of the model " + model.name +
-                  ". Check --model and --port.");
+  RequireArrivals(options.param, statistics);
+  if (statistics.decoded == 0 && statistics.refused_length + statistics.refused_identifier > 0) {
+    throw Failure("what arrives on port " + std::to_string(options.param.input_param.msop_port) +
+                  " are no packets of the model " + model.name + " (" + LossText(statistics) +
+                  "). Check --model and --port.");
   }
-  if (counts.frames == 0 && !model.has_points) {
+  if (!model.has_points) {
     Say(std::string("The driver decodes no points of a ") + model.name + ", so a live one gives no frame.");
     return;
   }
-  if (counts.frames == 0 && counts.imu_samples == 0) {
-    throw Failure("nothing arrived on UDP port " + port +
-                  ". Is the sensor switched on and sending to this machine's address and this port? "
-                  "'tcpdump -n udp port " +
-                  port + "' shows what arrives; a firewall may keep it from the driver.");
-  }
   Say(std::to_string(counts.frames) + " frames, " + std::to_string(counts.points) + " points, " +
-      std::to_string(counts.imu_samples) + " IMU samples");
+      std::to_string(counts.imu_samples) + " IMU samples from " + std::to_string(statistics.received) +
+      " packets; calibration: " + CalibrationText(options.param, statistics));
+  const std::string losses = LossText(statistics);
+  Say(losses.empty() ? "No packet was lost on this machine." : losses);
 }
 
 void Live(const LiveOptions& options) {
@@ -165,18 +171,13 @@ void Live(const LiveOptions& options) {
   if (files && files->files() > 0) {
     Say(std::to_string(files->files()) + " files are in " + options.out);
   }
-  Conclude(options, session.Counts());
+  const DriverStatistics statistics = session.Stop();
+  Conclude(options, session.Counts(), statistics);
 }
 
 void AddSourceOptions(CLI::App& command, DriverParam& param) {
   AddModelOption(command, param.lidar_type)->required();
-  command.add_option("--port", param.input_param.msop_port, "The sensor's UDP data port")
-      ->required()
-      ->check(CLI::Range(1, 65535))
-      ->type_name("N");
-  command.add_option("--host", param.input_param.host_ip, "Local address to listen on; without it: all")
-      ->check(CLI::ValidIPV4)
-      ->type_name("IP");
+  AddListenOptions(command, param.input_param);
   CLI::Option* folder = command.add_option("--calib", param.calibration_param.calib_folder,
                                            "Folder of the sensor's calibration files");
   folder->type_name("FOLDER");

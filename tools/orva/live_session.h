@@ -19,11 +19,7 @@ struct LiveCounts {
   std::uint64_t frames = 0;
   std::uint64_t points = 0;
   std::uint64_t imu_samples = 0;
-  std::uint64_t length_faults = 0;  ///< reports; the driver makes at most one in two seconds
-  std::uint64_t id_faults = 0;      ///< likewise
-  std::uint64_t missed = 0;         ///< frames and IMU samples that came faster than they were taken
-  bool directions_vary =
-      false;  ///< false: the latest points all lie in one direction, as without calibration
+  std::uint64_t missed = 0;  ///< frames and IMU samples that came faster than they were taken
 };
 
 /// A driver on a live sensor. Its callbacks only count and queue, so that a slow disk never holds up the
@@ -32,7 +28,6 @@ class LiveSession {
  public:
   /// With `keep_clouds` or `keep_imu` false these are counted, and not queued. Throws Failure.
   LiveSession(const DriverParam& param, bool keep_clouds, bool keep_imu);
-  ~LiveSession();
   LiveSession(const LiveSession&) = delete;
   LiveSession& operator=(const LiveSession&) = delete;
 
@@ -43,12 +38,14 @@ class LiveSession {
   /// Waits until something arrives, at most for `patience`.
   Arrivals Take(std::chrono::milliseconds patience);
   LiveCounts Counts();
+  DriverStatistics Statistics();
+  /// Ends the driver, so that its counts add up, and returns them.
+  DriverStatistics Stop();
 
  private:
   void PutCloud(std::shared_ptr<Cloud> cloud);
   void PutImu(std::shared_ptr<ImuMsg> sample);
 
-  DecoderParam decoder_param_;
   bool keep_clouds_;
   bool keep_imu_;
   std::mutex mutex_;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "commands.h"
+#include "documents.h"
 #include "failure.h"
 #include "orva_driver.h"
 #include "terminal.h"
@@ -34,7 +35,15 @@ int main(int argc, char** argv) {
   orva::AddReplay(app);
   orva::AddRender(app);
   orva::AddLive(app);
+  orva::AddRecord(app);
 
+  try {
+    if (orva::WroteDocuments(app, argc, argv)) {
+      return 0;
+    }
+  } catch (const std::exception& error) {
+    return End(error.what(), kFailed);
+  }
   const auto knows_command = [&app](const std::string& name) {
     return !app.get_subcommands([&name](const CLI::App* command) { return command->get_name() == name; })
                 .empty();

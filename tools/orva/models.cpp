@@ -47,8 +47,7 @@ CLI::Option* AddModelOption(CLI::App& command, LidarType& model) {
     model = found->type;
     return true;
   };
-  return command.add_option("--model", parse, "Sensor model: TS4B, TS6, NV2, TS4A, KR7 or TS4")
-      ->type_name("NAME");
+  return command.add_option("--model", parse, "Sensor model")->type_name("TS4B|TS6|NV2|TS4A|KR7|TS4");
 }
 
 }  // namespace orva

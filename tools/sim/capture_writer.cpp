@@ -14,6 +14,8 @@ namespace orva::sim {
 namespace {
 
 constexpr int kSnapLength = 65535;
+constexpr uint64_t kFileHeader = 24;    // as the file holds it
+constexpr uint64_t kRecordHeader = 16;  // likewise
 constexpr uint8_t kUdp = 17;
 constexpr size_t kUdpHeader = 8;
 
@@ -86,18 +88,27 @@ CaptureWriter::CaptureWriter(std::filesystem::path path, const CaptureOptions& o
   // Opened here, so that the system's own reason is at hand when it fails.
   std::FILE* file = std::fopen(part_.c_str(), "wb");
   if (file == nullptr) Fail(Reason(errno));
+  // Without a buffer it is known at any time what is in the file.
+  if (options_.keep_unfinished) std::setvbuf(file, nullptr, _IONBF, 0);
   dumper_.reset(pcap_dump_fopen(handle_.get(), file));
   if (!dumper_) {
     std::fclose(file);
     Fail(pcap_geterr(handle_.get()));
   }
+  size_ = kFileHeader;
 }
 
 CaptureWriter::~CaptureWriter() {
   if (!dumper_) return;
   dumper_.reset();
+  if (part_ == path_) return;
   std::error_code ignored;
-  if (part_ != path_) std::filesystem::remove(part_, ignored);
+  if (options_.keep_unfinished && size_ > kFileHeader) {
+    std::filesystem::resize_file(part_, size_, ignored);  // without the record that did not fit
+    std::filesystem::rename(part_, path_, ignored);
+  } else {
+    std::filesystem::remove(part_, ignored);
+  }
 }
 
 void CaptureWriter::Write(const TimedPacket& packet) {
@@ -114,6 +125,7 @@ void CaptureWriter::Write(const TimedPacket& packet) {
   errno = 0;
   pcap_dump(reinterpret_cast<u_char*>(dumper_.get()), &header, record_.data());
   if (std::ferror(pcap_dump_file(dumper_.get())) != 0) Fail(Reason(errno));
+  size_ += kRecordHeader + record_.size();
 }
 
 void CaptureWriter::Finish() {

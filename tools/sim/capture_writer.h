@@ -27,6 +27,9 @@ struct CaptureOptions {
   Framing framing = Framing::kEthernet;
   bool nanoseconds = false;  ///< precision of the times; otherwise microseconds
   bool ip_options = false;   ///< four bytes of IPv4 options in every packet
+  /// For what cannot be made again: every record reaches the system at once, and when writing fails or ends
+  /// without Finish, the whole records so far are kept under the file's name (none: no file).
+  bool keep_unfinished = false;
   std::array<uint8_t, 4> source{192, 168, 1, 10};
   std::array<uint8_t, 4> destination{192, 168, 1, 100};
   uint16_t source_port = 6688;
@@ -34,8 +37,9 @@ struct CaptureOptions {
 };
 
 /// A pcap file that appears under its name only when it is complete: it is written as NAME.part and renamed
-/// by Finish; without Finish nothing is left. A path that is no regular file (a pipe, a device) is written
-/// directly. Every problem throws std::runtime_error with the path and the system's reason.
+/// by Finish; without Finish nothing is left (but see keep_unfinished). A path that is no regular file (a
+/// pipe, a device) is written directly. Every problem throws std::runtime_error with the path and the
+/// system's reason.
 class CaptureWriter {
  public:
   explicit CaptureWriter(std::filesystem::path path, const CaptureOptions& options = {});
@@ -45,6 +49,8 @@ class CaptureWriter {
 
   void Write(const TimedPacket& packet);
   void Finish();
+  /// Bytes of the whole records so far, the file's header included.
+  uint64_t Size() const { return size_; }
 
  private:
   struct Closer {
@@ -62,6 +68,7 @@ class CaptureWriter {
   std::filesystem::path part_;  ///< what is being written; equal to path_ when direct
   std::unique_ptr<pcap, Closer> handle_;
   std::unique_ptr<pcap_dumper, Closer> dumper_;
+  uint64_t size_ = 0;
   uint16_t identification_ = 0;
   std::vector<uint8_t> record_;
 };
