@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // `orva record` against a sender on loopback, and what the program writes about itself.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -16,11 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "sim/udp_endpoint.h"
 #include "support/tool_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using orva::sim::UdpEndpoint;
 using orva::test::ToolProcess;
 using Payloads = std::vector<std::vector<uint8_t>>;
 
@@ -30,42 +29,30 @@ class RecordTest : public testing::Test {
     std::string pattern = fs::temp_directory_path() / "orva_record_XXXXXX";
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     folder_ = pattern;
-    socket_ = socket(AF_INET, SOCK_DGRAM, 0);
-    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
-    address_.sin_family = AF_INET;
-    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address_);
-    ASSERT_EQ(bind(probe, reinterpret_cast<sockaddr*>(&address_), size), 0);
-    ASSERT_EQ(getsockname(probe, reinterpret_cast<sockaddr*>(&address_), &size), 0);
-    close(probe);  // free again, for the tool
+    port_ = UdpEndpoint("127.0.0.1", 0).Port();  // free again, for the tool
   }
-  void TearDown() override {
-    close(socket_);
-    fs::remove_all(folder_);
-  }
+  void TearDown() override { fs::remove_all(folder_); }
 
   std::vector<std::string> Arguments(const std::vector<std::string>& more) const {
-    std::vector<std::string> arguments = {"record", folder_ / "a.pcap",
-                                          "--host", "127.0.0.1",
-                                          "--port", std::to_string(ntohs(address_.sin_port))};
+    std::vector<std::string> arguments = {"record", folder_ / "a.pcap", "--port", std::to_string(port_)};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return arguments;
   }
 
   /// Sends 60 datagrams, few enough for any receive buffer, of lengths that no model has among others.
   Payloads Send() const {
+    const UdpEndpoint sender("127.0.0.1", 0);
     Payloads sent;
     for (size_t i = 0; i < 60; ++i) {
       std::vector<uint8_t> payload(i % 3 == 0 ? 1360 : 1 + 25 * i);
       for (size_t k = 0; k < payload.size(); ++k) payload[k] = static_cast<uint8_t>(i + 7 * k);
-      sendto(socket_, payload.data(), payload.size(), 0, reinterpret_cast<const sockaddr*>(&address_),
-             sizeof(address_));
+      sender.Send(payload, orva::sim::MakeAddress("127.0.0.1", port_));
       sent.push_back(payload);
     }
     return sent;
   }
 
-  /// Appends the payloads of a capture; a file that ends inside a record is a fault.
+  /// Appends a capture's payloads; a file that ends inside a record is a fault.
   static void Read(const fs::path& path, Payloads& payloads) {
     char reason[PCAP_ERRBUF_SIZE];
     pcap_t* capture = pcap_open_offline(path.c_str(), reason);
@@ -82,8 +69,7 @@ class RecordTest : public testing::Test {
   }
 
   fs::path folder_;
-  int socket_ = -1;
-  sockaddr_in address_ = {};
+  uint16_t port_ = 0;
 };
 
 TEST_F(RecordTest, KeepsEveryPayloadInOrderOverAllFiles) {
