@@ -6,13 +6,6 @@
 #include "decoder/projection.h"
 
 namespace tevoro::lidar {
-namespace {
-
-// Blocks stand closer together than in a TS4B packet of the same length.
-constexpr size_t kFirstBlock = 25;
-constexpr size_t kBlockStride = 25;
-
-}  // namespace
 
 template <typename PC>
 bool TS4AImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t start) {

@@ -11,6 +11,9 @@ template <typename PC>
 class TS4AImpl {
  public:
   static constexpr DecoderConstParam kConst = ModelConstants(1360, 192, 32);
+  // Blocks stand closer together than in a TS4B packet of the same length.
+  static constexpr size_t kFirstBlock = 25;
+  static constexpr size_t kBlockStride = 25;
 
   explicit TS4AImpl(Decoder<PC>* owner) : owner_(owner) {}
 

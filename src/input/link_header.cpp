@@ -26,8 +26,20 @@ std::optional<size_t> IpHeaderLength(const uint8_t* ip, size_t captured) {
   }
 }
 
-bool HoldsIpv4(const uint8_t* ethernet) {
-  return ethernet[12] == 0x08 && ethernet[13] == 0x00;
+constexpr uint16_t kIpv4EtherType = 0x0800;
+
+/// Where the link header names its protocol.
+std::optional<size_t> EtherTypeOffset(int link_type) {
+  switch (link_type) {
+    case DLT_EN10MB:
+      return 12;
+    case DLT_LINUX_SLL:
+      return 14;
+    case DLT_LINUX_SLL2:
+      return 0;
+    default:
+      return std::nullopt;
+  }
 }
 
 }  // namespace
@@ -52,11 +64,18 @@ std::optional<size_t> LinkHeaderLength(int link_type) {
   }
 }
 
+std::optional<uint16_t> EtherType(int link_type, const uint8_t* record, size_t captured) {
+  const std::optional<size_t> at = EtherTypeOffset(link_type);
+  if (!at || captured < *at + 2) return std::nullopt;
+  return static_cast<uint16_t>(record[*at] << 8 | record[*at + 1]);
+}
+
 std::optional<size_t> PayloadOffset(int link_type, const uint8_t* record, size_t captured) {
   const std::optional<size_t> link = LinkHeaderLength(link_type);
   if (!link || captured <= *link) return std::nullopt;
   std::optional<size_t> ip = IpHeaderLength(record + *link, captured - *link);
-  if (link_type == DLT_EN10MB && (!HoldsIpv4(record) || !ip || record[*link] >> 4 != 4)) {
+  if (link_type == DLT_EN10MB &&
+      (EtherType(link_type, record, captured) != kIpv4EtherType || !ip || record[*link] >> 4 != 4)) {
     ip = kShortestIpv4Header;
   }
   if (!ip || captured < *link + *ip + kUdpHeader) return std::nullopt;

@@ -11,6 +11,10 @@ namespace tevoro::lidar {
 /// the driver does not read.
 std::optional<size_t> LinkHeaderLength(int link_type);
 
+/// The EtherType that a record's link header names; nothing where the link type has none, or the record is
+/// shorter than the header.
+std::optional<uint16_t> EtherType(int link_type, const uint8_t* record, size_t captured);
+
 /// Bytes in front of the UDP payload of a record of which `captured` bytes are at hand. An Ethernet record
 /// counts as 42 (Ethernet, IPv4 without options, UDP) unless it shows IPv4 options. Nothing where the
 /// record is shorter than its headers or holds no IP.

@@ -11,6 +11,8 @@ namespace orva {
 // Each adds its sub-command to the program: options, help and, as the CLI11 callback, the work itself.
 // The work throws Failure or WrongUsage when it cannot go on, and returns when it is done.
 
+void AddCheck(CLI::App& app);
+void AddInfo(CLI::App& app);
 void AddLive(CLI::App& app);
 void AddRecord(CLI::App& app);
 void AddRender(CLI::App& app);

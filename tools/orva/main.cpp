@@ -15,8 +15,8 @@ constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
 constexpr const char* kFooter =
-    "Results go to files, the tool's own words to standard error; what the driver\n"
-    "library says about a recording and its calibration goes to standard output.\n"
+    "Results go to files, the tool's own words to standard error; the reports of info\n"
+    "and check, and what the driver library says, go to standard output.\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
 
 int End(const std::string& text, int exit_code) {
@@ -36,6 +36,8 @@ int main(int argc, char** argv) {
   orva::AddRender(app);
   orva::AddLive(app);
   orva::AddRecord(app);
+  orva::AddInfo(app);
+  orva::AddCheck(app);
 
   try {
     if (orva::WroteDocuments(app, argc, argv)) {

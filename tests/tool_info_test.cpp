@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// `orva info` and `orva check`, run as processes: their reports are their results.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "sim/capture_writer.h"
+#include "sim/sensor.h"
+#include "support/calibrations.h"
+#include "support/capture_file.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+using orva::test::Bytes;
+using orva::test::CaptureFile;
+using orva::test::Ipv4Udp;
+using orva::test::LinkFrame;
+using orva::test::TempFolder;
+using testing::HasSubstr;
+
+struct Outcome {
+  int exit_code;
+  std::string text;
+};
+
+Outcome Orva(const std::string& arguments) {
+  std::FILE* pipe = popen((ORVA_TOOL " " + arguments + " 2>&1").c_str(), "r");
+  Outcome outcome{-1, ""};
+  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) outcome.text += static_cast<char>(c);
+  const int status = pclose(pipe);
+  outcome.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return outcome;
+}
+
+std::string Simulate(const TempFolder& folder, LidarType model) {
+  const std::string path = folder.Path() + "/" + std::to_string(model) + ".pcap";
+  orva::sim::Sensor sensor({.model = model, .frames = 3});
+  orva::sim::CaptureWriter file(path);
+  for (orva::sim::TimedPacket packet; sensor.Next(packet);) file.Write(packet);
+  file.Finish();
+  return path;
+}
+
+TEST(ToolInfo, NamesTheModelOrWhatWouldSettleIt) {
+  const TempFolder folder;
+  const struct {
+    LidarType model;
+    const char* models;
+    const char* frames;
+  } cases[] = {
+      {TS4B, R"("models":["TS4B"],"ambiguous":false)", R"("frame_ends":3,"frames_per_second":10.0)"},
+      {TS6, R"("models":["TS6"],"ambiguous":false)", R"("fewest_packets":384,"most_packets":384)"},
+      {NV2, R"("models":["NV2"],"ambiguous":false)", R"("fewest_packets":56,"most_packets":56)"},
+      {TS4A, R"("models":["TS4A"],"ambiguous":false)", R"("frame_ends":3)"},
+      {KR7, R"("models":["NV2","KR7","TS4"],"ambiguous":true)", R"("frame_ends":0)"},
+  };
+  for (const auto& sensor : cases) {
+    const Outcome info = Orva("info --json " + Simulate(folder, sensor.model));
+    EXPECT_EQ(info.exit_code, 0);
+    EXPECT_THAT(info.text, HasSubstr(sensor.models));
+    EXPECT_THAT(info.text, HasSubstr(sensor.frames));
+    EXPECT_THAT(info.text, HasSubstr(R"("port":6699)"));
+  }
+}
+
+TEST(ToolInfo, EverySkippedRecordHasItsReason) {
+  const TempFolder folder;
+  const std::string path = folder.Path() + "/odd.pcap";
+  Bytes payload = {0xEE, 0xFF, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+  payload.resize(1104, 0);
+  const Bytes packet = Ipv4Udp(7000, payload);
+  Bytes fragment = packet;
+  fragment[6] = 0x20;  // more fragments follow
+  Bytes ipv6(48, 0);
+  ipv6[0] = 0x60;
+  ipv6[6] = 17;
+  CaptureFile(path)
+      .Datagram(7000, payload, 2)
+      .Datagram(7000, Bytes(1104, 7))
+      .Datagram(7001, Bytes(100, 7))
+      .Datagram(7001, {})
+      .Datagram(7001, Bytes(1600, 7))
+      .Record(LinkFrame(DLT_EN10MB, packet), 1)
+      .Record(LinkFrame(DLT_EN10MB, packet, 0x8100))
+      .Record(LinkFrame(DLT_EN10MB, ipv6, 0x86DD))
+      .Record(LinkFrame(DLT_EN10MB, fragment))
+      .Record(LinkFrame(DLT_EN10MB, Ipv4Udp(7000, payload, 0, 6)))
+      .Record(LinkFrame(DLT_EN10MB, Bytes(28, 1), 0x0806))
+      .Record(LinkFrame(DLT_EN10MB, Bytes{0x45, 0}));
+  const Outcome info = Orva("info --json " + path);
+  EXPECT_EQ(info.exit_code, 0);
+  EXPECT_THAT(info.text,
+              HasSubstr(R"("skipped":{"cut":1,"vlan":1,"ipv6":1,"fragment":1,"other_protocol":1,"no_ip":1,)"
+                        R"("malformed":1,"empty":1,"too_long":1,"wrong_length":1,"wrong_identifier":1})"));
+  EXPECT_THAT(info.text, HasSubstr(R"("port":7000,"models":["TS6"])"));
+}
+
+TEST(ToolInfo, SurvivesWhatIsNoRecording) {
+  const TempFolder folder;
+  const Bytes whole = orva::test::ReadBytes(Simulate(folder, NV2));
+  const std::string path = folder.Path() + "/cut.pcap";
+  orva::test::WriteBytes(path, Bytes(whole.begin(), whole.begin() + 5000));
+  const Outcome cut = Orva("info " + path);
+  EXPECT_EQ(cut.exit_code, 0);
+  EXPECT_THAT(cut.text, HasSubstr("breaks off"));
+  EXPECT_EQ(Orva("info " + folder.Path()).exit_code, 1);
+  EXPECT_EQ(Orva("info /dev/null").exit_code, 1);
+}
+
+TEST(ToolCheck, AcceptsWhatTheDriverAccepts) {
+  orva::test::Random random(6);
+  const TempFolder folder;
+  orva::test::WriteCalibration(folder, *orva::test::PlausibleCalibration(random));
+  const std::string command = "check " + folder.Path() + " --model ";
+  const Outcome good = Orva(command + "TS4B");
+  EXPECT_EQ(good.exit_code, 0) << good.text;
+  EXPECT_THAT(good.text, HasSubstr("taken for: elevation\n  holds 49152 values, needs 49152\n"));
+
+  const Outcome other_model = Orva(command + "TS4A");
+  EXPECT_EQ(other_model.exit_code, 1);
+  EXPECT_THAT(other_model.text, HasSubstr("holds 49152 values, needs 196608\n  WRONG: too short"));
+  EXPECT_EQ(Orva(command + "NV2").exit_code, 1);
+
+  folder.Write("weight_old.csv", "label,1,nan,3,4\n");
+  const Outcome fifth = Orva(command + "TS6");
+  EXPECT_EQ(fifth.exit_code, 1);
+  EXPECT_THAT(fifth.text, HasSubstr("WRONG: 1 values are NaN"));
+  EXPECT_THAT(fifth.text, HasSubstr("5 usable files, exactly 4 are needed"));
+  EXPECT_EQ(Orva("check " + folder.Path() + "/none --model TS4B").exit_code, 1);
+}
+
+}  // namespace
