@@ -112,7 +112,6 @@ TEST_F(ReplayTest, SaysItsLinesInOrder) {
 }
 
 TEST_F(ReplayTest, MissingCallbacks) {
-  const std::string yellow = "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n";
   const DriverParam param = Sweeps(2);
   std::atomic<int> puts{0};
   OrvaDriver<Cloud> driver;
@@ -122,15 +121,12 @@ TEST_F(ReplayTest, MissingCallbacks) {
     int frames = 0;
     EXPECT_TRUE(driver.InitDriver(param) && driver.Start());
     EXPECT_TRUE(Player<Cloud>::Patiently([&] { return driver.GetLocalFileStatus(frames); }));
-    EXPECT_TRUE(driver.SetLocalFrame(0));
-    for (const int frame : {1, 1}) {  // accepted when the play before has ended
+    for (const int frame : {0, 1, 1}) {  // accepted when the play before has ended
       EXPECT_TRUE(Player<Cloud>::Patiently([&] { return driver.SetLocalFrame(frame); }));
     }
     driver.Stop();
-    const std::string text = console_.Text().substr(before);
-    int count = 0;
-    for (size_t at = text.find(yellow); at != std::string::npos; at = text.find(yellow, at + 1)) ++count;
-    return count;
+    return Occurrences(console_.Text().substr(before),
+                       "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n");
   };
   EXPECT_GE(play(), 3) << "once for each cloud that is needed";
   driver.RegisterPointCloudCallBack([&](auto) { ++puts; }, [] { return std::shared_ptr<Cloud>(); });
@@ -138,9 +134,6 @@ TEST_F(ReplayTest, MissingCallbacks) {
   EXPECT_EQ(puts, 0) << "and is not delivered";
   driver.RegisterPointCloudCallBack(nullptr, [] { return std::make_shared<Cloud>(); });
   EXPECT_EQ(play(), 0);
-  driver.RegisterPointCloudCallBack([&](auto) { ++puts; }, [] { return std::make_shared<Cloud>(); });
-  EXPECT_EQ(play(), 0);
-  EXPECT_GE(puts, 2);
 }
 
 /// The running driver keeps the callbacks it was initialised with.
@@ -251,30 +244,6 @@ TEST_F(ReplayTest, ACallbackMayStop) {
   }
 }
 
-TEST_F(ReplayTest, BadPacketsAreReportedAndSkipped) {
-  using SourceCloud = PointCloud<PointSource>;  // a cloud type of its own, since reports are counted by type
-  const std::string path = folder_.Path("bad.pcap");
-  {
-    CaptureFile file(path);
-    Packet bad(TS4B);
-    bad.Put(0, 0, 1);
-    file.Datagram(kRecordingPort, Bytes(1000, 1));  // the first record is frame 0, be it refused
-    for (int i = 0; i < 3; ++i) file.Datagram(kRecordingPort, bad.bytes());
-    file.Datagram(1, Packet(TS4B).bytes()).Datagram(kRecordingPort, Packet(TS4B).FrameEnd(0).bytes());
-  }
-  Player<SourceCloud> player;
-  ASSERT_EQ(player.Open(ReplayParam(TS4B, path)), 2);
-  EXPECT_EQ(player.Errors(), (std::vector<int>{65, 66}));
-  const size_t said = console_.Text().size();
-  const auto cloud = player.Play(0);
-  ASSERT_NE(cloud, nullptr);
-  EXPECT_EQ(cloud->points.size(), 32U);
-  EXPECT_EQ(player.Errors(), (std::vector<int>{65, 66, 65, 66}));
-  EXPECT_EQ(console_.Text().substr(said), "ProcessMsopPacket MSOP_LEN:1360 size:1000\n" +
-                                              std::string("ProcessMsopPacket MSOP_ID\n") +
-                                              "ProcessMsopPacket MSOP_ID\n" + "ProcessMsopPacket MSOP_ID\n");
-}
-
 /// A calibration folder of any kind never fails a replay; one that does not load whole is not applied.
 TEST_F(ReplayTest, CalibrationFoldersThatDoNotLoad) {
   DriverParam param = Sweeps(1);
@@ -296,23 +265,24 @@ TEST_F(ReplayTest, CalibrationFoldersThatDoNotLoad) {
   }
 }
 
-TEST_F(ReplayTest, TwoDriversNeverShareALine) {
+TEST_F(ReplayTest, BadPacketsAreReportedAndTwoDriversNeverShareALine) {
+  using SourceCloud = PointCloud<PointSource>;  // a cloud type of its own, since reports are counted by type
   const std::string path = folder_.Path("bad.pcap");
   {
     CaptureFile file(path);
     for (int i = 0; i < 2000; ++i) file.Datagram(kRecordingPort, Bytes(1000, 1));
   }
-  Player<Cloud> players[2];
+  Player<SourceCloud> players[2];
   for (auto& player : players) {
-    ASSERT_EQ(player.Open(ReplayParam(TS4B, path)), 1);
+    ASSERT_EQ(player.Open(ReplayParam(TS4B, path)), 1) << "the first record is frame 0, be it refused";
   }
+  EXPECT_EQ(players[0].Errors(), std::vector<int>{65});
   const size_t said = console_.Text().size();
   for (auto& player : players) ASSERT_TRUE(player.driver.SetLocalFrame(0));
   for (auto& player : players) ASSERT_NE(player.Wait(1), nullptr);
   const std::string line = "ProcessMsopPacket MSOP_LEN:1360 size:1000\n";
-  std::string wanted;
-  for (int i = 0; i < 4000; ++i) wanted += line;
-  EXPECT_EQ(console_.Text().substr(said), wanted);
+  EXPECT_EQ(Occurrences(console_.Text().substr(said), line), 4000);
+  EXPECT_EQ(console_.Text().size(), said + 4000 * line.size());
 }
 
 }  // namespace

@@ -10,6 +10,13 @@
 
 namespace orva::test {
 
+/// How often a line stands in a text.
+inline int Occurrences(const std::string& text, const std::string& line) {
+  int count = 0;
+  for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + line.size())) ++count;
+  return count;
+}
+
 /// Everything that reaches standard output (or another descriptor) while the object lives.
 class ConsoleCapture {
  public:
