@@ -159,7 +159,6 @@ TEST_F(ToolTest, EveryModelGoesFromSimulationToClouds) {
   // The first play of NV2 begins with a stray cloud, since the index pass left the decoder at the last line.
   EXPECT_GE(ParseBinary(Path("NV2/frame_0000.pcd"), "DATA binary\n").size(), 56U * 192U);
 }
-}
 
 TEST_F(ToolTest, BadInputGetsItsExitCodeAndAReason) {
   Record("street", TS4B, 1);
