@@ -217,7 +217,7 @@ TEST_F(ToolTest, AFullDiskLeavesNoHalfFile) {
   fs::create_directory(Path("out"));
   const std::vector<std::string> cases[] = {
       {"replay", Path("street.pcap"), "--model", "TS4B", "--calib", Path("street"), "--out", Path("out")},
-      {"simulate", Path("out/new.pcap"), "--model", "TS4B", "--frames", "1"}};
+      {"simulate", Path("out/new.pcap"), "--model", "NV2", "--frames", "2"}};
   for (const auto& arguments : cases) {
     ToolProcess tool(arguments, {.largest_file = 100'000});
     EXPECT_EQ(tool.Wait(), 1);
