@@ -206,20 +206,6 @@ TEST(DecoderBase, RefusesAndReports) {
   EXPECT_TRUE(rig.decoder->point_cloud_->points.empty());
 }
 
-TEST(DecoderFactory, AnnouncesAndRefuses) {
-  for (const int type : {0, 2, 17, 34, 1, 16, 32, 33, 48, 64}) {
-    const ConsoleCapture console;
-    const auto decoder = tevoro::lidar::DecoderFactory<PointCloud<Point>>::CreateDecoder(
-        static_cast<LidarType>(type), DecoderParam());
-    const bool known = type == 1 || (type >= 16 && type % 16 == 0) || type == 33;
-    EXPECT_EQ(decoder != nullptr, known) << type;
-    EXPECT_EQ(
-        console.Text(),
-        "type:" + std::to_string(type) + "\n" +
-            (known ? "" : "\033[1m\033[31mWrong LiDAR Type. Please check your LiDAR Version! \033[0m\n"));
-  }
-}
-
 TEST(DecoderMemory, NothingIsAllocatedPerPacket) {
   Random random(11);
   for (const WireLayout& layout : WIRE_LAYOUTS) {

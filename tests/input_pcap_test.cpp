@@ -223,11 +223,5 @@ TEST_F(InputPcapTest, ReachesBeyondFourGigabytes) {
   EXPECT_EQ(payload_, Payload(3));
 }
 
-TEST(InputFactory, RefusesUnknownTypes) {
-  const ConsoleCapture console;
-  EXPECT_EQ(tevoro::lidar::InputFactory::CreateInput(static_cast<InputType>(2), InputParam()), nullptr);
-  EXPECT_EQ(console.Text(), "\033[1m\033[31mWrong Input Type. Please check your LiDAR Version! \033[0m\n");
-}
-
 }  // namespace
 }  // namespace orva::test

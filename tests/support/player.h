@@ -3,16 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "orva_driver.h"
+#include "support/loopback.h"
 #include "support/packets.h"
 
 namespace orva::test {
@@ -62,21 +61,12 @@ class Player {
   }
 
   /// Asks again and again, for a generous while.
-  static bool Patiently(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::yield();
-    }
-    return true;
-  }
+  static bool Patiently(const std::function<bool()>& condition) { return Eventually(condition); }
 
   std::function<void(PC&)> on_cloud = [](PC&) {};  ///< runs inside the put callback, before the cloud counts
   OrvaDriver<PC> driver;
 
  private:
-  static constexpr std::chrono::seconds kPatience{60};
-
   void Take(std::shared_ptr<PC> cloud) {
     on_cloud(*cloud);
     const std::lock_guard lock(mutex_);
