@@ -73,10 +73,9 @@ void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   uint32_t echo[kBlocks];
   for (size_t k = 0; k < kBlocks; ++k) echo[k] = Echo(Intensity(measurement[k]), line);
   AppendPoints<kBlocks>(*owner_->point_cloud_, start, [&](PointType* points) {
-    SetPoints(at, echo, points);
-    if constexpr (requires { points->timestamp; }) {
-      for (size_t k = 0; k < kBlocks; ++k) points[k].timestamp = now;
-    }
+    SetPoints(at, echo, points, [&](PointType& point, size_t) {
+      if constexpr (requires { point.timestamp; }) point.timestamp = now;
+    });
   });
 }
 

@@ -81,17 +81,26 @@ inline uint32_t Echo(uint32_t intensity, uint32_t label) {
   return (intensity & 0xFFFF) | label << 16;
 }
 
-/// Sets coordinates, intensity and label of the `N` points from `points` on, four points at a time: compilers
-/// do not find this transposition by themselves.
-template <typename T, size_t N>
-void SetPoints(const Coordinates<N>& at, const uint32_t (&echo)[N], T* points) {
+struct NothingElse {
+  template <typename T>
+  void operator()(T&, size_t) const {}
+};
+
+/// Sets coordinates, intensity and label of the `N` points from `points` on, and lets `finish(point, i)` add
+/// what the cloud's kind of point has besides; four points at a time: compilers do not find this
+/// transposition by themselves.
+template <typename T, size_t N, typename Finish = NothingElse>
+void SetPoints(const Coordinates<N>& at, const uint32_t (&echo)[N], T* points, const Finish& finish = {}) {
   static_assert(std::is_trivially_copyable_v<T> && N % kLanes == 0);
   static_assert(offsetof(T, x) == 0 && offsetof(T, y) == 4 && offsetof(T, z) == 8);
   static_assert(offsetof(T, intensity) == 12 && offsetof(T, label) == 14);
   for (size_t i = 0; i < N; i += kLanes) {
     Lanes four[kLanes] = {LoadLanes(at.x + i), LoadLanes(at.y + i), LoadLanes(at.z + i), LoadLanes(echo + i)};
     Transpose(four);
-    for (size_t k = 0; k < kLanes; ++k) StoreLanes(four[k], points + i + k);
+    for (size_t k = 0; k < kLanes; ++k) {
+      StoreLanes(four[k], points + i + k);
+      finish(points[i + k], i + k);
+    }
   }
 }
 
