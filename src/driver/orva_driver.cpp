@@ -2,7 +2,7 @@
 #include "orva_driver.h"
 
 #include "common/cloud_types.h"
-#include "driver/orva_driver_sdk.h"
+#include "manager/orva_driver_sdk.h"
 #include "online/online_manager.h"
 #include "pcap/pcap_manager.h"
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "online/buffer.h"
+#include "input/buffer.h"
 #include "orva_driver.h"
 
 namespace tevoro::lidar {

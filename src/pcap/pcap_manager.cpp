@@ -12,8 +12,8 @@
 #include "common/counter.h"
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
-#include "driver/statistics_reading.h"
 #include "input/input_factory.h"
+#include "manager/statistics_reading.h"
 #include "param/param_service.h"
 #include "pcap/play_request.h"
 

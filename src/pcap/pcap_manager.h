@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "driver/orva_driver_sdk.h"
+#include "manager/orva_driver_sdk.h"
 
 namespace tevoro::lidar {
 

@@ -3,11 +3,11 @@
 #include <exception>
 #include <string>
 
-#include "commands.h"
-#include "documents.h"
-#include "failure.h"
+#include "commands/commands.h"
 #include "orva_driver.h"
-#include "terminal.h"
+#include "shared/failure.h"
+#include "shared/manual.h"
+#include "shared/terminal.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "cloud.h"
 #include "picture/canvas.h"
+#include "shared/cloud.h"
 
 namespace orva {
 

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <string>
 
-#include "cloud.h"
 #include "picture/canvas.h"
 #include "picture/colour_scale.h"
+#include "shared/cloud.h"
 
 namespace orva {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "failure.h"
-#include "output_file.h"
+#include "formats/output_file.h"
 #include "picture/pictures.h"
+#include "shared/failure.h"
 
 namespace orva {
 

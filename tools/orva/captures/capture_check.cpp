@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "captures/capture_check.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "shared/failure.h"
+
+namespace orva {
+namespace {
+
+/// First four bytes of pcap (micro- and nanoseconds, an old variant) in either byte order, and of pcapng.
+constexpr std::array<std::uint32_t, 7> kMagics = {0xA1B2C3D4, 0xD4C3B2A1, 0xA1B23C4D, 0x4D3CB2A1,
+                                                  0xA1B2CD34, 0x34CDB2A1, 0x0A0D0D0A};
+
+}  // namespace
+
+void CheckCapture(const std::filesystem::path& path) {
+  const std::string name = path.string();
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    throw Failure(name + " is a folder. Give the recording itself, a pcap or pcapng file.");
+  }
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+  if (file == nullptr) {
+    throw Failure("cannot open the recording " + name + ": " + std::generic_category().message(errno) +
+                  ". Check the path and its permissions.");
+  }
+  std::array<unsigned char, 4> start = {};
+  const std::size_t size = std::fread(start.data(), 1, start.size(), file.get());
+  if (size == 0) {
+    throw Failure(name + " is empty: the recording was never written. Record it again.");
+  }
+  std::uint32_t magic = 0;
+  std::memcpy(&magic, start.data(), start.size());
+  if (std::find(kMagics.begin(), kMagics.end(), magic) == kMagics.end()) {
+    throw Failure(name +
+                  " is no capture file. Give a pcap or pcapng file, such as tcpdump or 'orva simulate' "
+                  "write.");
+  }
+}
+
+}  // namespace orva

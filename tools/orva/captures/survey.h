@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_CAPTURES_SURVEY_H_
+#define ORVA_TOOLS_CAPTURES_SURVEY_H_
+
+#include <array>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace orva {
+
+/// Events on the capture's clock.
+struct Timeline {
+  uint64_t count = 0;
+  int64_t first = 0;  ///< microseconds since the epoch
+  int64_t last = 0;
+  int64_t longest_gap = 0;     ///< microseconds between two events that follow each other
+  int64_t longest_gap_at = 0;  ///< when it began
+  uint64_t pauses = 0;         ///< gaps of more than kPause
+  uint64_t steps_back = 0;     ///< events that are older than the one before
+
+  static constexpr int64_t kPause = 100'000;  ///< as long as a frame at 10 Hz
+
+  void Add(int64_t time);
+  /// Per second, from the first to the last; 0 where there are not two moments.
+  double Rate() const;
+};
+
+/// Frame ends as one model marks them.
+struct FrameEnds {
+  Timeline ends;
+  uint64_t packets_since = 0;
+  uint64_t fewest_packets = 0;  ///< from one frame end to the next; 0 before there are two
+  uint64_t most_packets = 0;
+
+  void Packet(int64_t time, bool ends_frame);
+};
+
+/// What a payload looks like, however it was sent.
+struct StreamKind {
+  uint16_t port = 0;
+  size_t length = 0;
+  bool sensor_identifier = false;
+
+  auto operator<=>(const StreamKind&) const = default;
+};
+
+/// Datagrams of one kind. Frame ends are counted where length and identifier are a sensor's.
+struct Stream {
+  Timeline packets;
+  std::array<uint8_t, 8> first_bytes{};  ///< of the first packet, zeros where it is shorter
+  FrameEnds primary;                     ///< by the rule of TS4B, TS6 or NV2, whichever the length fits
+  FrameEnds as_ts4a;
+  uint64_t looks_like_primary = 0;  ///< packets whose content has that model's shape
+  uint64_t looks_like_ts4a = 0;
+  uint8_t previous_line = 0;  ///< of an NV2
+};
+
+/// Why the driver takes no packet from a record.
+enum class Skip { kCut, kVlan, kIpv6, kFragment, kOtherProtocol, kNoIp, kMalformed, kEmpty, kTooLong };
+inline constexpr size_t kSkips = 9;
+
+struct Survey {
+  std::string path;
+  int link_type = 0;
+  std::string link_name;
+  bool supported = false;  ///< does the driver read this link type?
+  bool is_pcapng = false;
+  Timeline records;
+  std::map<StreamKind, Stream> streams;
+  uint64_t unlisted = 0;  ///< datagrams of still more kinds than are kept
+  std::array<uint64_t, kSkips> skipped{};
+  std::string damage;  ///< why reading ended before the end of the file, or empty
+};
+
+/// Does a model send packets of this length?
+bool IsModelLength(size_t length);
+
+/// Reads a whole capture, in memory that does not grow with it. Throws Failure where it is none.
+Survey SurveyCapture(const std::string& path);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_CAPTURES_SURVEY_H_

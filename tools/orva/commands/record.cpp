@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "captures/record_files.h"
+#include "commands/commands.h"
+#include "formats/output_file.h"
+#include "sessions/driver_options.h"
+#include "sessions/packet_losses.h"
+#include "shared/cloud.h"
+#include "shared/failure.h"
+#include "shared/interrupt.h"
+#include "shared/models.h"
+#include "shared/terminal.h"
+
+namespace orva {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kExamples =
+    "Every datagram is recorded as it came, also of a wrong length; one of more than\n"
+    "1546 bytes is cut there, an empty one left out. Sender and link addresses are not\n"
+    "known to the driver: the capture holds zeros and made-up ones.\n"
+    "Examples:\n"
+    "  orva record --port 6699 drive.pcap\n"
+    "  orva record --port 6699 --rotate-size 500 --keep 20 drive.pcap\n"
+    "Ctrl-C ends it, and completes the file.\n";
+
+struct RecordOptions {
+  DriverParam param = OpenParam(ONLINE);
+  std::string file;
+  RotationLimits limits;
+  double seconds = 0.0;
+  std::uint64_t packets = 0;
+};
+
+/// Packets one behind the other, in memory that is used again.
+struct Batch {
+  struct Packet {
+    std::size_t length;
+    std::int64_t time_ns;
+  };
+  std::vector<std::uint8_t> bytes;
+  std::vector<Packet> packets;
+};
+
+/// Takes packets from a driver. Its callback only copies, so that a slow disk never holds up the driver.
+class Tap {
+ public:
+  explicit Tap(const DriverParam& param) {
+    // The driver must have clouds to ask for, or it reports their lack frame by frame; none is needed here.
+    driver_.RegisterPointCloudCallBack([](std::shared_ptr<Cloud>) {},
+                                       [] { return std::shared_ptr<Cloud>(); });
+    driver_.RegisterPacketCallBack([this](const std::uint8_t* data, std::size_t length, double received) {
+      Put(data, length, received);
+    });
+    if (!driver_.InitDriver(param)) {
+      throw Failure(CannotListen(param));
+    }
+    if (!driver_.Start()) {
+      throw Failure("the system refuses a thread for the driver. Close some programs and try again.");
+    }
+  }
+
+  /// Exchanges `batch` for what has arrived. Waits until that is worth a write, at most for `patience`.
+  void Take(Batch& batch, std::chrono::milliseconds patience) {
+    batch.bytes.clear();
+    batch.packets.clear();
+    std::unique_lock lock(mutex_);
+    enough_.wait_for(lock, patience, [this] { return arrived_.bytes.size() >= kEnough; });
+    std::swap(batch, arrived_);
+  }
+
+  std::uint64_t Missed() {
+    const std::lock_guard lock(mutex_);
+    return missed_;
+  }
+  void Stop() { driver_.Stop(); }
+  DriverStatistics Statistics() {
+    DriverStatistics statistics;
+    driver_.GetStatistics(statistics);
+    return statistics;
+  }
+
+ private:
+  static constexpr std::size_t kEnough = 256 * 1024;
+  static constexpr std::size_t kMost = 128 * 1024 * 1024;  ///< bytes; some ten seconds of the fastest sensor
+
+  void Put(const std::uint8_t* data, std::size_t length, double received) {
+    const std::lock_guard lock(mutex_);
+    const std::size_t before = arrived_.bytes.size();
+    if (before + length > kMost) {
+      ++missed_;
+      return;
+    }
+    arrived_.bytes.insert(arrived_.bytes.end(), data, data + length);
+    // A double of today's time tells quarter microseconds apart; the file holds whole ones.
+    arrived_.packets.push_back({length, std::llround(received * 1e6) * 1000});
+    if (before < kEnough && before + length >= kEnough) {
+      enough_.notify_one();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable enough_;
+  Batch arrived_;
+  std::uint64_t missed_ = 0;
+  OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
+};
+
+std::string Losses(const DriverStatistics& statistics, std::uint64_t missed, bool checked) {
+  DriverStatistics shown = statistics;
+  if (!checked) {
+    shown.refused_length = 0;
+    shown.refused_identifier = 0;
+  }
+  std::string text = LossText(shown);
+  if (missed > 0) {
+    text += (text.empty() ? "" : "; ") + std::to_string(missed) + " not stored, the disk is too slow";
+  }
+  return text;
+}
+
+sim::CaptureOptions CaptureOf(const InputParam& input) {
+  sim::CaptureOptions capture;
+  capture.keep_unfinished = true;
+  capture.source = {};
+  capture.destination = {};
+  inet_pton(AF_INET, input.host_ip.c_str(), capture.destination.data());
+  capture.source_port = 0;
+  capture.destination_port = input.msop_port;
+  return capture;
+}
+
+/// Writes until the end that the options set, or Ctrl-C.
+void WriteAll(const RecordOptions& options, bool checked, Tap& tap, RecordFiles& files) {
+  const Clock::time_point start = Clock::now();
+  const auto elapsed = [start] { return std::chrono::duration<double>(Clock::now() - start).count(); };
+  double last_line = 0.0;
+  std::uint64_t packets_before = 0;
+  std::uint64_t bytes_before = 0;
+  Batch batch;
+  sim::TimedPacket packet;
+  bool over = false;
+  while (!over) {
+    over = Interrupted() || (options.seconds > 0.0 && elapsed() >= options.seconds);
+    if (over) {
+      tap.Stop();  // what has arrived by then is stored still
+    }
+    tap.Take(batch, std::chrono::milliseconds(over ? 0 : 20));
+    const std::uint8_t* data = batch.bytes.data();
+    for (const Batch::Packet& next : batch.packets) {
+      packet.payload.assign(data, data + next.length);
+      packet.time_ns = next.time_ns;
+      data += next.length;
+      files.Write(packet);
+      if (options.packets > 0 && files.packets() == options.packets) {
+        return;
+      }
+    }
+    const double now = elapsed();
+    if (now - last_line >= 1.0) {
+      std::array<char, 120> text;
+      const auto rate = [now, last_line](std::uint64_t count) {
+        return static_cast<double>(count) / (now - last_line);
+      };
+      std::snprintf(text.data(), text.size(), "%4.0f s %8.0f packets/s %6.2f MB/s %10llu packets", now,
+                    rate(files.packets() - packets_before), rate(files.payload_bytes() - bytes_before) / 1e6,
+                    static_cast<unsigned long long>(files.packets()));
+      const std::string losses = Losses(tap.Statistics(), tap.Missed(), checked);
+      Say(text.data() + (losses.empty() ? "" : "  " + losses));
+      last_line = now;
+      packets_before = files.packets();
+      bytes_before = files.payload_bytes();
+    }
+  }
+}
+
+void Record(RecordOptions& options) {
+  const bool checked = options.param.lidar_type != static_cast<LidarType>(0);
+  if (options.limits.kept > 0 && options.limits.megabytes <= 0.0 && options.limits.seconds <= 0.0) {
+    throw WrongUsage("--keep needs --rotate-size or --rotate-time");
+  }
+  if (!checked) {
+    // Any model will do to listen, and what the driver then prints about each packet means nothing.
+    options.param.lidar_type = KR7;
+    std::fflush(stdout);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) {
+      dup2(nowhere, STDOUT_FILENO);
+      close(nowhere);
+    }
+  }
+  const auto parent = std::filesystem::path(options.file).parent_path();
+  if (!parent.empty()) {
+    MakeFolder(parent);
+  }
+  RecordFiles files(options.file, options.limits, CaptureOf(options.param.input_param));
+  CatchInterrupts();
+  Tap tap(options.param);
+  Say("recording UDP port " + std::to_string(options.param.input_param.msop_port) + " to " + files.latest() +
+      "; Ctrl-C ends");
+  try {
+    WriteAll(options, checked, tap, files);
+    files.Finish();
+  } catch (const std::exception& error) {
+    throw Failure(std::string(error.what()) + ". The recording ends here; its " +
+                  std::to_string(files.packets()) + " packets up to now are whole and kept.");
+  }
+  tap.Stop();
+  const DriverStatistics statistics = tap.Statistics();
+  RequireArrivals(options.param, statistics);
+  std::string where = files.latest();
+  if (files.files() > 1) {
+    where = std::to_string(files.files()) + " files, the last " + where;
+  }
+  Say(std::to_string(files.packets()) + " packets, " + std::to_string(files.payload_bytes()) +
+      " bytes are in " + where);
+  const std::string losses = Losses(statistics, tap.Missed(), checked);
+  Say(losses.empty() ? "No packet was lost on this machine." : losses);
+}
+
+}  // namespace
+
+void AddRecord(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("record", "Record a live sensor's packets to a capture file");
+  const auto options = std::make_shared<RecordOptions>();
+  command->add_option("FILE", options->file, "The recording to write, a pcap file")->required();
+  AddListenOptions(*command, options->param.input_param);
+  AddModelOption(*command, options->param.lidar_type)
+      ->description("Sensor model: counts packets that are not of it, and records them too");
+  command
+      ->add_option("--rotate-size", options->limits.megabytes,
+                   "Begin a new file before one exceeds 10^6 bytes")
+      ->check(CLI::PositiveNumber)
+      ->type_name("MB");
+  command->add_option("--rotate-time", options->limits.seconds, "Begin a new file after so many seconds")
+      ->check(CLI::PositiveNumber)
+      ->type_name("S");
+  command->add_option("--keep", options->limits.kept, "Of these files, keep the latest so many")
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+  command->add_option("--duration", options->seconds, "End after so many seconds")
+      ->check(CLI::PositiveNumber)
+      ->type_name("S");
+  command->add_option("--packets", options->packets, "End after so many packets")
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+  command->footer(kExamples);
+  command->callback([options] { Record(*options); });
+}
+
+}  // namespace orva

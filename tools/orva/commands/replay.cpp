@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "commands/commands.h"
+#include "formats/frame_export.h"
+#include "sessions/calibration_check.h"
+#include "sessions/driver_options.h"
+#include "sessions/frame_selection.h"
+#include "sessions/recording.h"
+#include "sessions/replay_session.h"
+#include "shared/failure.h"
+#include "shared/frame_table.h"
+#include "shared/interrupt.h"
+#include "shared/models.h"
+#include "shared/terminal.h"
+
+namespace orva {
+namespace {
+
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  orva replay street.pcap --model TS4B --calib calib/\n"
+    "      shows what the recording holds\n"
+    "  orva replay street.pcap --model TS4B --calib calib/ --frames 0-4,7 \\\n"
+    "      --out clouds/\n"
+    "      writes clouds/frame_0000.pcd and so on\n"
+    "  orva replay street.pcap --model TS6 --calib calib/ --port 6699 \\\n"
+    "      --distance 0.5 80 --mount 0 0 1.8 0 2.5 0 \\\n"
+    "      --format pcd,ply,csv --out clouds/\n";
+
+struct ReplayOptions {
+  DriverParam param = OpenParam(PCAP);
+  std::string frames = "all";
+  std::string out;
+  std::string formats = "pcd";
+  bool valid_only = false;
+};
+
+void Replay(const ReplayOptions& options) {
+  std::optional<FrameExport> files;
+  if (!options.out.empty()) {
+    files.emplace(options.out, options.formats, options.valid_only);
+  }
+  CheckFrameList(options.frames);
+  CatchInterrupts();
+
+  ReplaySession session(options.param);
+  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
+  const std::vector<int> frames = IndexWithProgress(session, options.frames);
+  if (files) {
+    files->Open();
+  }
+
+  RecordingSummary summary(options.param.lidar_type);
+  {
+    Progress progress("replaying", static_cast<int>(frames.size()));
+    progress.Line(FrameTableHead());
+    session.Play(frames, [&](int frame, int part, const Cloud& cloud) {
+      if (files) {
+        files->Write(cloud, part == 0 ? FrameName(frame) : FrameName(frame) + "_" + std::to_string(part));
+      }
+      summary.Add(frame, cloud);
+      progress.Line(FrameTableRow(frame, part, cloud));
+      progress.Step(summary.clouds());
+    });
+  }
+  if (Interrupted()) {
+    throw Failure("interrupted after " + std::to_string(summary.clouds()) + " of " +
+                  std::to_string(frames.size()) + " frames; the files written so far are complete.");
+  }
+  summary.Tell(session);
+  if (files && files->files() > 0) {
+    Say(std::to_string(files->files()) + " files are in " + options.out);
+  }
+}
+
+}  // namespace
+
+void AddReplay(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("replay", "Turn a recording into point cloud files");
+  const auto options = std::make_shared<ReplayOptions>();
+  AddReplayOptions(*command, options->param);
+  command->get_option("--model")->required();
+  command->add_option("--frames", options->frames, "Which frames, as in 0-4,7,20-")
+      ->capture_default_str()
+      ->type_name("LIST");
+  CLI::Option* out =
+      command->add_option("--out,--export", options->out, "Folder for the clouds; without it: table only")
+          ->type_name("DIR");
+  command->add_option("--format", options->formats, "Any of pcd, ply and csv, separated by commas")
+      ->capture_default_str()
+      ->needs(out)
+      ->type_name("LIST");
+  command->add_flag("--valid-only", options->valid_only, "Leave out points without a return (the origin)")
+      ->needs(out);
+  command->footer(kExamples);
+  command->callback([options] { Replay(*options); });
+}
+
+}  // namespace orva

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_FORMATS_IMU_FILE_H_
+#define ORVA_TOOLS_FORMATS_IMU_FILE_H_
+
+#include <filesystem>
+
+#include "formats/output_file.h"
+#include "orva_driver.h"
+
+namespace orva {
+
+/// IMU samples as CSV with a header line: seconds since the epoch, radians per second, metres per second
+/// squared. As with every result, the file carries its name only once Commit was called.
+class ImuFile {
+ public:
+  explicit ImuFile(const std::filesystem::path& path);
+  void Write(const ImuMsg& sample);
+  void Commit() { file_.Commit(); }
+
+ private:
+  OutputFile file_;
+};
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_FORMATS_IMU_FILE_H_

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_FORMATS_OUTPUT_FILE_H_
+#define ORVA_TOOLS_FORMATS_OUTPUT_FILE_H_
+
+#include <cstddef>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
+
+namespace orva {
+
+/// Creates the folder and its parents. Throws Failure.
+void MakeFolder(const std::filesystem::path& folder);
+
+/// A result file that appears under its name only when it is complete: it is written as NAME.part and
+/// renamed by Commit. Without Commit nothing is left. Every problem (disk full, no permission) throws
+/// Failure.
+class OutputFile {
+ public:
+  explicit OutputFile(std::filesystem::path path);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  void Write(const void* bytes, std::size_t size);
+  void Write(std::string_view text) { Write(text.data(), text.size()); }
+  /// Hands what was written so far to the system, so that a reader can follow NAME.part.
+  void Flush();
+  void Commit();
+
+ private:
+  [[noreturn]] void Fail(int error) const;
+
+  std::filesystem::path path_;
+  std::filesystem::path part_;
+  std::FILE* file_ = nullptr;
+};
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_FORMATS_OUTPUT_FILE_H_

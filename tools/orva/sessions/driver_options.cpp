@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sessions/driver_options.h"
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "shared/models.h"
+
+namespace orva {
+namespace {
+
+constexpr const char* kLimits = "Limits and mounting (a point outside the limits becomes the origin)";
+
+void AddRange(CLI::App& command, const std::string& name, const std::string& what, float& low, float& high) {
+  command
+      .add_option_function<std::vector<float>>(
+          name,
+          [&low, &high](const std::vector<float>& bounds) {
+            low = bounds[0];
+            high = bounds[1];
+          },
+          what)
+      ->expected(2)
+      ->type_name("MIN MAX")
+      ->group(kLimits);
+}
+
+}  // namespace
+
+DriverParam OpenParam(InputType input_type) {
+  DriverParam param;
+  param.input_type = input_type;
+  param.decoder_param.max_distance = 1000.0F;
+  param.decoder_param.min_azimuth = -180.0F;
+  param.decoder_param.max_azimuth = 180.0F;
+  param.decoder_param.min_elevation = -90.0F;
+  param.decoder_param.max_elevation = 90.0F;
+  return param;
+}
+
+void AddDecoderOptions(CLI::App& command, DecoderParam& param) {
+  AddRange(command, "--distance", "Metres (default: 0 1000)", param.min_distance, param.max_distance);
+  AddRange(command, "--azimuth", "Degrees, left positive (default: -180 180)", param.min_azimuth,
+           param.max_azimuth);
+  AddRange(command, "--elevation", "Degrees (default: -90 90)", param.min_elevation, param.max_elevation);
+  command
+      .add_option_function<std::vector<float>>(
+          "--mount",
+          [&param](const std::vector<float>& pose) {
+            param.use_transform = true;
+            param.x_offset = pose[0];
+            param.y_offset = pose[1];
+            param.z_offset = pose[2];
+            param.roll = pose[3];
+            param.pitch = pose[4];
+            param.yaw = pose[5];
+          },
+          "Where the sensor sits: metres, then degrees")
+      ->expected(6)
+      ->type_name("X Y Z ROLL PITCH YAW")
+      ->group(kLimits);
+}
+
+void AddListenOptions(CLI::App& command, InputParam& param) {
+  command.add_option("--port", param.msop_port, "The sensor's UDP data port")
+      ->required()
+      ->check(CLI::Range(1, 65535))
+      ->type_name("N");
+  command.add_option("--host", param.host_ip, "Local address to listen on; without it: all")
+      ->check(CLI::ValidIPV4)
+      ->type_name("IP");
+}
+
+void AddReplayOptions(CLI::App& command, DriverParam& param) {
+  command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
+  AddModelOption(command, param.lidar_type);
+  command
+      .add_option("--port", param.input_param.msop_port, "The sensor's UDP data port; 0 takes every packet")
+      ->capture_default_str()
+      ->type_name("N");
+  command
+      .add_option("--calib", param.calibration_param.calib_folder,
+                  "Folder of calibration files, for TS4B and TS6")
+      ->type_name("FOLDER");
+  AddDecoderOptions(command, param.decoder_param);
+}
+
+}  // namespace orva

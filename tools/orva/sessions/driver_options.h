@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_SESSIONS_DRIVER_OPTIONS_H_
+#define ORVA_TOOLS_SESSIONS_DRIVER_OPTIONS_H_
+
+#include "orva_driver.h"
+
+namespace CLI {
+class App;
+}
+
+namespace orva {
+
+/// A parameter record whose limits let every point pass; the driver's own defaults reject them all.
+DriverParam OpenParam(InputType input_type);
+
+/// Adds --distance, --azimuth, --elevation and --mount. `param` must outlive the parsing.
+void AddDecoderOptions(CLI::App& command, DecoderParam& param);
+
+/// Adds --port and --host: where a live sensor's packets arrive.
+void AddListenOptions(CLI::App& command, InputParam& param);
+
+/// Adds what every command that opens a recording takes: FILE, --model, --port, --calib and the above.
+void AddReplayOptions(CLI::App& command, DriverParam& param);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_SESSIONS_DRIVER_OPTIONS_H_

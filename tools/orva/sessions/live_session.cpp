@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sessions/live_session.h"
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+#include "sessions/packet_losses.h"
+#include "shared/failure.h"
+
+namespace orva {
+namespace {
+
+constexpr std::size_t kMostClouds = 40;  ///< two seconds of the fastest sensor, some 24 MB
+constexpr std::size_t kMostImuSamples = 100'000;
+
+}  // namespace
+
+LiveSession::LiveSession(const DriverParam& param, bool keep_clouds, bool keep_imu)
+    : keep_clouds_(keep_clouds), keep_imu_(keep_imu) {
+  driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { PutCloud(std::move(cloud)); },
+                                     [] { return std::make_shared<Cloud>(); });
+  driver_.RegisterImuCallBack([this](std::shared_ptr<ImuMsg> sample) { PutImu(std::move(sample)); },
+                              [] { return std::make_shared<ImuMsg>(); });
+  if (!driver_.InitDriver(param)) {
+    throw Failure(CannotListen(param));
+  }
+  if (!driver_.Start()) {
+    throw Failure("the system refuses a thread for the driver. Close some programs and try again.");
+  }
+}
+
+DriverStatistics LiveSession::Statistics() {
+  DriverStatistics statistics;
+  driver_.GetStatistics(statistics);
+  return statistics;
+}
+
+DriverStatistics LiveSession::Stop() {
+  driver_.Stop();
+  return Statistics();
+}
+
+LiveSession::Arrivals LiveSession::Take(std::chrono::milliseconds patience) {
+  std::unique_lock lock(mutex_);
+  arrived_.wait_for(lock, patience,
+                    [this] { return !arrivals_.clouds.empty() || !arrivals_.imu_samples.empty(); });
+  return std::exchange(arrivals_, {});
+}
+
+LiveCounts LiveSession::Counts() {
+  const std::lock_guard lock(mutex_);
+  return counts_;
+}
+
+void LiveSession::PutCloud(std::shared_ptr<Cloud> cloud) {
+  const std::lock_guard lock(mutex_);
+  ++counts_.frames;
+  counts_.points += cloud->points.size();
+  if (keep_clouds_ && arrivals_.clouds.size() >= kMostClouds) {
+    ++counts_.missed;
+  } else if (keep_clouds_) {
+    arrivals_.clouds.push_back(std::move(cloud));
+  }
+  arrived_.notify_one();
+}
+
+void LiveSession::PutImu(std::shared_ptr<ImuMsg> sample) {
+  const std::lock_guard lock(mutex_);
+  ++counts_.imu_samples;
+  if (keep_imu_ && arrivals_.imu_samples.size() >= kMostImuSamples) {
+    ++counts_.missed;
+  } else if (keep_imu_) {
+    arrivals_.imu_samples.push_back(std::move(sample));
+    arrived_.notify_one();
+  }
+}
+
+}  // namespace orva

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_SESSIONS_PACKET_LOSSES_H_
+#define ORVA_TOOLS_SESSIONS_PACKET_LOSSES_H_
+
+#include <string>
+
+#include "orva_driver.h"
+
+namespace orva {
+
+// What the commands that listen to a sensor say about packets that came, got lost, or never came.
+
+/// The packets that did not become points, by kind; empty where there are none.
+std::string LossText(const DriverStatistics& statistics);
+
+/// Throws Failure, with the usual reasons, where not one datagram arrived.
+void RequireArrivals(const DriverParam& param, const DriverStatistics& statistics);
+
+/// Why InitDriver may have failed in live mode.
+std::string CannotListen(const DriverParam& param);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_SESSIONS_PACKET_LOSSES_H_

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sessions/replay_session.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "captures/capture_check.h"
+#include "shared/failure.h"
+#include "shared/interrupt.h"
+
+namespace orva {
+namespace {
+
+/// Finished clouds that wait for `take`; beyond them the replay thread waits too, so memory stays bounded.
+constexpr std::size_t kWaitingClouds = 3;
+
+/// A play ends a moment after its last cloud, without a signal: the next request is repeated at this pace.
+constexpr std::chrono::microseconds kRetry(200);
+
+}  // namespace
+
+ReplaySession::ReplaySession(const DriverParam& param) : param_(param) {
+  CheckCapture(param.input_param.pcap_path);
+  driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { Put(std::move(cloud)); },
+                                     [] { return std::make_shared<Cloud>(); });
+  driver_.RegisterExceptionCallBack([this](const Error& error) {
+    saw_wrong_length_ = saw_wrong_length_ || error.error_code == ERROR_MSOP_LENGTH;
+    saw_wrong_id_ = saw_wrong_id_ || error.error_code == ERROR_MSOP_ID;
+  });
+  if (!driver_.InitDriver(param_)) {
+    throw Failure(
+        "the driver cannot replay " + param_.input_param.pcap_path +
+        ": it is damaged, or of a link type that the driver does not know. 'tcpdump -r' on it tells "
+        "more; record with 'tcpdump -i INTERFACE udp -w FILE'.");
+  }
+}
+
+ReplaySession::~ReplaySession() {
+  {
+    const std::lock_guard lock(mutex_);
+    closing_ = true;
+  }
+  changed_.notify_all();
+  driver_.Stop();
+}
+
+int ReplaySession::Index(const std::function<void()>& waiting) {
+  if (!driver_.Start()) {
+    throw Failure("the system refuses a thread for the replay. Close some programs and try again.");
+  }
+  int frames = 0;
+  while (!driver_.GetLocalFileStatus(frames)) {
+    if (Interrupted()) {
+      throw Failure("interrupted while reading the recording; nothing was written.");
+    }
+    waiting();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (frames == 0) {
+    const InputParam& input = param_.input_param;
+    throw Failure(input.msop_port == 0
+                      ? "there is no UDP packet in " + input.pcap_path + ". Is it the right recording?"
+                      : "nothing in " + input.pcap_path + " was sent to UDP port " +
+                            std::to_string(input.msop_port) +
+                            ". Give the sensor's data port with --port, or leave --port away to take every "
+                            "UDP packet.");
+  }
+  return frames;
+}
+
+void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
+  if (frames.empty()) {
+    return;
+  }
+  // NV2 compares each line with the line before, also with that of the index pass: its play may begin with a
+  // short cloud left over from elsewhere. Only the last cloud is the frame.
+  const bool last_only = param_.lidar_type == NV2;
+  std::deque<std::shared_ptr<Cloud>> finished;
+  RequestNext(frames.front(), finished);
+  for (std::size_t i = 0; i < frames.size() && !Interrupted(); ++i) {
+    // After the last frame it is asked for once more: that the driver accepts this tells that the play is
+    // over.
+    const int next = frames[i + 1 < frames.size() ? i + 1 : i];
+    std::shared_ptr<Cloud> held;
+    int part = 0;
+    for (bool over = false; !over && !Interrupted();) {
+      over = RequestNext(next, finished);
+      for (; !finished.empty(); finished.pop_front()) {
+        if (held != nullptr && !last_only) {
+          take(frames[i], part++, *held);
+        }
+        held = finished.front();
+      }
+    }
+    if (held != nullptr && !Interrupted()) {
+      take(frames[i], part, *held);
+    }
+  }
+}
+
+/// Takes the clouds of the play under way, and starts the next play if that one is over. No cloud of the next
+/// play gets among them: Put waits for the lock.
+bool ReplaySession::RequestNext(int frame, std::deque<std::shared_ptr<Cloud>>& finished) {
+  std::unique_lock lock(mutex_);
+  const bool accepted = driver_.SetLocalFrame(frame);
+  if (!accepted && clouds_.empty()) {
+    changed_.wait_for(lock, kRetry);
+  }
+  finished.swap(clouds_);
+  changed_.notify_all();
+  return accepted;
+}
+
+void ReplaySession::Put(std::shared_ptr<Cloud> cloud) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return closing_ || clouds_.size() < kWaitingClouds; });
+  if (!closing_) {
+    clouds_.push_back(std::move(cloud));
+    changed_.notify_all();
+  }
+}
+
+}  // namespace orva

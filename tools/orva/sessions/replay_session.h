@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_SESSIONS_REPLAY_SESSION_H_
+#define ORVA_TOOLS_SESSIONS_REPLAY_SESSION_H_
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "shared/cloud.h"
+
+namespace orva {
+
+/// A recording, opened and indexed, whose frames are played in a chosen order.
+class ReplaySession {
+ public:
+  /// Opens the recording. Throws Failure with the likely reason when the driver refuses it.
+  explicit ReplaySession(const DriverParam& param);
+  ~ReplaySession();
+  ReplaySession(const ReplaySession&) = delete;
+  ReplaySession& operator=(const ReplaySession&) = delete;
+
+  /// Reads the recording to its end and returns its number of frames. Calls `waiting` now and then. Throws
+  /// Failure for a recording without frames, and when interrupted.
+  int Index(const std::function<void()>& waiting);
+
+  /// `frame`, and `part`: 0, or counted on where one play gives several clouds.
+  using Take = std::function<void(int frame, int part, const Cloud& cloud)>;
+
+  /// Plays the frames in order and calls `take` for each on this thread, while the next one is being decoded.
+  /// Returns early after Ctrl-C. To be called once, after Index.
+  void Play(const std::vector<int>& frames, const Take& take);
+
+  /// Packet faults that the driver has reported so far; it throttles them.
+  bool saw_wrong_length() const { return saw_wrong_length_; }
+  bool saw_wrong_id() const { return saw_wrong_id_; }
+
+ private:
+  bool RequestNext(int frame, std::deque<std::shared_ptr<Cloud>>& finished);
+  void Put(std::shared_ptr<Cloud> cloud);
+
+  DriverParam param_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::shared_ptr<Cloud>> clouds_;  ///< of the play under way, not yet taken
+  bool closing_ = false;
+  std::atomic<bool> saw_wrong_length_ = false;
+  std::atomic<bool> saw_wrong_id_ = false;
+  OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
+};
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_SESSIONS_REPLAY_SESSION_H_

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_SHARED_MODELS_H_
+#define ORVA_TOOLS_SHARED_MODELS_H_
+
+#include <string>
+
+#include "orva_driver.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace orva {
+
+/// What the tool has to know about a sensor model to explain what it sees.
+struct ModelTraits {
+  LidarType type;
+  const char* name;
+  bool has_points;  ///< false: every cloud is empty
+  bool measures;    ///< false: every point is the origin
+  bool uses_calibration;
+  bool has_temperatures;  ///< temperatures and status at a frame's end
+  bool has_imu;
+};
+
+/// Falls back to a record without abilities, named "unknown".
+const ModelTraits& TraitsOf(LidarType type);
+
+/// Adds --model, which takes the names above in any case.
+CLI::Option* AddModelOption(CLI::App& command, LidarType& model);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_SHARED_MODELS_H_
