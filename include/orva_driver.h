@@ -40,7 +40,7 @@
 //   throws nothing at the application (out of memory excepted).
 //
 // What it prints
-//   To standard output, whole lines at a time:
+//   To standard output, whole lines at a time (SetOrvaConsole sends them elsewhere):
 //     type:33                                               each InitDriver: the model's number
 //     Wrong LiDAR Type. Please check your LiDAR Version!    red; InitDriver fails
 //     Wrong Input Type. Please check your LiDAR Version!    red; InitDriver fails
@@ -388,5 +388,12 @@ class ORVA_API OrvaDriver {
 extern template class OrvaDriver<PointCloud<Point>>;
 extern template class OrvaDriver<PointCloud<PointTime>>;
 extern template class OrvaDriver<PointCloud<PointSource>>;
+
+/// Where the console lines of all drivers of this process go (see "What it prints"), instead of standard
+/// output and standard error: to `sink`, line by line, without the line end but with its colours. It is
+/// called on whatever thread prints, several at a time too, and must neither throw nor wait for a driver. An
+/// empty `sink` restores the streams. From any thread; a sink that was replaced may be called for a moment
+/// longer, and is never destroyed.
+ORVA_API void SetOrvaConsole(const std::function<void(const char* line, bool is_error)>& sink);
 
 #endif  // ORVA_DRIVER_H_

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/console_capture.h"
 #include "support/player.h"
@@ -69,6 +72,24 @@ TEST_F(Facade, RefusesWrongConfigurationsAndForgetsTheOldOne) {
     ASSERT_GT(player.Open(param_), 0);
     EXPECT_NE(player.Play(0), nullptr);
   }
+}
+
+TEST_F(Facade, ConsoleLinesGoToTheSinkUntilItIsTakenAway) {
+  const ConsoleCapture out(STDOUT_FILENO), error(STDERR_FILENO);
+  std::vector<std::pair<std::string, bool>> lines;
+  Player<Cloud> player;
+  DriverParam live;
+  live.lidar_type = TS4B;
+  live.input_param.host_ip = "192.0.2.1";  // no address of any machine
+  SetOrvaConsole([&lines](const char* line, bool is_error) { lines.emplace_back(line, is_error); });
+  EXPECT_FALSE(player.driver.InitDriver(live));
+  SetOrvaConsole(nullptr);
+  EXPECT_FALSE(player.driver.InitDriver(live));
+  const std::pair<std::string, bool> bind{"bind failed: Cannot assign requested address", true};
+  EXPECT_EQ(lines, (std::vector<std::pair<std::string, bool>>{
+                       {"type:33", false}, {"LoadCheckFolder failed!", false}, bind}));
+  EXPECT_EQ(out.Text(), "type:33\nLoadCheckFolder failed!\n");
+  EXPECT_EQ(error.Text(), bind.first + "\n");
 }
 
 TEST_F(Facade, DestructionAndInitEndARunningPlay) {

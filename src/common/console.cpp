@@ -1,13 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/console.h"
 
+#include <atomic>
 #include <cstdio>
+#include <cstring>
 
 namespace tevoro::lidar {
 namespace {
 
+/// Where the lines go instead. Sinks are kept for good: a thread may still be in one that was replaced, no
+/// lock can be left held in a forked child, and a driver may print while the program ends.
+struct Sink {
+  ConsoleSink take;
+  const Sink* previous;
+};
+std::atomic<const Sink*> current_sink{nullptr};
+
 /// Holds the stream's own lock, so that the application's writes do not get in between either.
-void WriteWhole(std::FILE* stream, const std::string& text) {
+void WriteWhole(std::FILE* stream, std::string text) {
+  const Sink* sink = current_sink;
+  if (sink != nullptr && sink->take) {
+    sink->take(text.c_str(), stream == stderr);
+    return;
+  }
+  text += '\n';
   flockfile(stream);
   std::fwrite(text.data(), 1, text.size(), stream);
   std::fflush(stream);
@@ -28,16 +44,27 @@ std::string_view Escape(Colour colour) {
 
 }  // namespace
 
+void SetConsoleSink(const ConsoleSink& sink) {
+  auto* next = new Sink{sink, current_sink};
+  while (!current_sink.compare_exchange_weak(next->previous, next)) {
+  }
+}
+
 void PrintLine(std::string_view line) {
-  WriteWhole(stdout, std::string(line) + '\n');
+  WriteWhole(stdout, std::string(line));
 }
 
 void PrintLine(Colour colour, std::string_view line) {
-  WriteWhole(stdout, std::string(Escape(colour)).append(line) + "\033[0m\n");
+  WriteWhole(stdout, std::string(Escape(colour)).append(line) + "\033[0m");
 }
 
 void PrintErrorLine(std::string_view line) {
-  WriteWhole(stderr, std::string(line) + '\n');
+  WriteWhole(stderr, std::string(line));
+}
+
+void PrintSystemError(std::string_view what, int error) {
+  char text[128];
+  PrintErrorLine(std::string(what) + ": " + strerror_r(error, text, sizeof(text)));
 }
 
 }  // namespace tevoro::lidar

@@ -2,6 +2,7 @@
 #include "orva_driver.h"
 
 #include "common/cloud_types.h"
+#include "common/console.h"
 #include "manager/orva_driver_sdk.h"
 #include "online/online_manager.h"
 #include "pcap/pcap_manager.h"
@@ -102,6 +103,10 @@ bool OrvaDriver<PC>::SetLocalFrame(const int& frame) {
 template <typename PC>
 bool OrvaDriver<PC>::GetStatistics(DriverStatistics& statistics) {
   return impl_->manager && impl_->manager->GetStatistics(statistics);
+}
+
+void SetOrvaConsole(const std::function<void(const char* line, bool is_error)>& sink) {
+  tevoro::lidar::SetConsoleSink(sink);
 }
 
 #define ORVA_INSTANTIATE(PC) template class OrvaDriver<PC>;

@@ -10,8 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
 #include <limits>
+
+#include "common/console.h"
 
 namespace tevoro::lidar {
 namespace {
@@ -56,18 +58,18 @@ sockaddr_in MakeAddress(const std::string& address, uint16_t port) {
 bool UdpSocket::Open(const std::string& address, uint16_t port) {
   socket_ = socket(AF_INET, SOCK_DGRAM, 0);
   if (socket_ < 0) {
-    std::perror("socket creation failed");
+    PrintSystemError("socket creation failed", errno);
     return false;
   }
   const int reuse = 1;
   if (setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse)) < 0) {
-    std::perror("setsockopt failed");
+    PrintSystemError("setsockopt failed", errno);
     Close();
     return false;
   }
   const sockaddr_in local = MakeAddress(address, port);
   if (bind(socket_, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) < 0) {
-    std::perror("bind failed");
+    PrintSystemError("bind failed", errno);
     Close();
     return false;
   }
