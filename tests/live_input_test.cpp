@@ -88,6 +88,7 @@ TEST(InputSock, ReceivesCutsAndTimesOut) {
 
   const int descriptor = input.Descriptor();
   EXPECT_TRUE(fcntl(descriptor, F_GETFL) & O_NONBLOCK);
+  EXPECT_TRUE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC) << "a child would keep the port";
   input.Close();
   input.Close();
   EXPECT_EQ(fcntl(descriptor, F_GETFL), -1);

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
-#include <typeinfo>
 
 #include "decoder/angles.h"
 #include "decoder/lanes.h"
@@ -104,12 +104,25 @@ void SetPoints(const Coordinates<N>& at, const uint32_t (&echo)[N], T* points, c
   }
 }
 
-/// Appends the points from number `start` on of the `N` that `set(T* points)` sets: in place to the library's
-/// own kind of cloud, through the virtual PushPoint to a derived one.
+/// Does the cloud take its points by the PushPoint of the base class? Told by the first entry of its virtual
+/// table: an application that is built without run-time type information has no type to ask for.
+template <typename T>
+bool HasOwnPushPoint(const PointCloud<T>& cloud) {
+  const auto push_point = [](const PointCloud<T>& object) {
+    const void* const* table;
+    std::memcpy(&table, &object, sizeof(table));
+    return *table;
+  };
+  static const void* const base = push_point(PointCloud<T>());
+  return push_point(cloud) != base;
+}
+
+/// Appends the points from number `start` on of the `N` that `set(T* points)` sets: in place where the cloud
+/// takes them as the base class does, else through its virtual PushPoint.
 template <size_t N, typename T, typename Set>
 void AppendPoints(PointCloud<T>& cloud, size_t start, const Set& set) {
-  const bool own_kind = typeid(cloud) == typeid(PointCloud<T>);
-  if (own_kind && start == 0) {
+  const bool in_place = !HasOwnPushPoint(cloud);
+  if (in_place && start == 0) {
     const size_t before = cloud.points.size();
     cloud.points.resize(before + N);
     set(cloud.points.data() + before);
@@ -117,7 +130,7 @@ void AppendPoints(PointCloud<T>& cloud, size_t start, const Set& set) {
   }
   T points[N];
   set(points);
-  if (own_kind) {
+  if (in_place) {
     cloud.points.insert(cloud.points.end(), points + start, points + N);
   } else {
     for (size_t i = start; i < N; ++i) cloud.PushPoint(points[i]);

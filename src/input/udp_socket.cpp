@@ -56,7 +56,8 @@ sockaddr_in MakeAddress(const std::string& address, uint16_t port) {
 }
 
 bool UdpSocket::Open(const std::string& address, uint16_t port) {
-  socket_ = socket(AF_INET, SOCK_DGRAM, 0);
+  socket_ =
+      socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);  // a child of the application must not keep the port
   if (socket_ < 0) {
     PrintSystemError("socket creation failed", errno);
     return false;
