@@ -22,6 +22,9 @@ constexpr Target kTargets[] = {
     {"decoder", orva::fuzz::Decoder},
     {"calibration_folder", orva::fuzz::CalibrationFolder},
     {"calibration_replies", orva::fuzz::CalibrationReplies},
+#ifdef ORVA_FUZZ_MCAP
+    {"mcap_writer", orva::fuzz::McapWriter},
+#endif
 };
 
 size_t Run(const Target& target, const std::filesystem::path& path) {

@@ -23,4 +23,7 @@ void CalibrationFolder(const uint8_t* data, size_t size);
 /// and how often the reply comes, two of length, the reply. What is missing at the end counts as zeros.
 void CalibrationReplies(const uint8_t* data, size_t size);
 
+/// Byte 0: how the file is written and ends. Then calls of the writer of MCAP files.
+void McapWriter(const uint8_t* data, size_t size);
+
 }  // namespace orva::fuzz
