@@ -47,8 +47,9 @@ double StampOf(const PointCloud<PointTime>& cloud, double captured);
 void FillPointCloud2(const PointCloud<PointTime>& cloud, double captured, const CloudOptions& options,
                      PointCloud2& message);
 
-/// Orientation is not measured, so its covariance begins with -1.
-Imu ToImu(const ImuMsg& sample, const std::string& frame_id);
+/// The stamp is the sensor's time, or `captured`, as of StampOf, where its clock was never set. Orientation
+/// is not measured, so its covariance begins with -1.
+Imu ToImu(const ImuMsg& sample, double captured, const std::string& frame_id);
 
 /// What one diagnostic status is about.
 struct DiagnosticSource {

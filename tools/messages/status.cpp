@@ -51,9 +51,12 @@ std::string RateText(std::uint64_t now, std::uint64_t before, double seconds) {
 
 }  // namespace
 
-Imu ToImu(const ImuMsg& sample, const std::string& frame_id) {
+Imu ToImu(const ImuMsg& sample, double captured, const std::string& frame_id) {
   Imu message;
   message.header = {ToTime(sample.timestamp), frame_id};
+  if (message.header.stamp.sec == 0) {
+    message.header.stamp = ToTime(captured);
+  }
   message.angular_velocity = {sample.angular_velocity_x, sample.angular_velocity_y,
                               sample.angular_velocity_z};
   message.linear_acceleration = {sample.linear_acceleration_x, sample.linear_acceleration_y,
