@@ -31,13 +31,9 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "orva " ORVA_DRIVER_VERSION_STRING);
   app.footer(kFooter);
   app.require_subcommand(1);
-  orva::AddSimulate(app);
-  orva::AddReplay(app);
-  orva::AddRender(app);
-  orva::AddLive(app);
-  orva::AddRecord(app);
-  orva::AddInfo(app);
-  orva::AddCheck(app);
+#define ORVA_ADD(Name) orva::Add##Name(app);
+  ORVA_COMMANDS(ORVA_ADD)
+#undef ORVA_ADD
 
   try {
     if (orva::WroteDocuments(app, argc, argv)) {

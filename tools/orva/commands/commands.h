@@ -8,16 +8,23 @@ class App;
 
 namespace orva {
 
+/// Every sub-command, in the order of the help: NAME stands for the function AddNAME of its source file. The
+/// line here is all that the program needs to know of it.
+#define ORVA_COMMANDS(COMMAND) \
+  COMMAND(Simulate)            \
+  COMMAND(Replay)              \
+  COMMAND(Render)              \
+  COMMAND(Live)                \
+  COMMAND(Record)              \
+  COMMAND(Info)                \
+  COMMAND(Check)
+
 // Each adds its sub-command to the program: options, help and, as the CLI11 callback, the work itself.
 // The work throws Failure or WrongUsage when it cannot go on, and returns when it is done.
 
-void AddCheck(CLI::App& app);
-void AddInfo(CLI::App& app);
-void AddLive(CLI::App& app);
-void AddRecord(CLI::App& app);
-void AddRender(CLI::App& app);
-void AddReplay(CLI::App& app);
-void AddSimulate(CLI::App& app);
+#define ORVA_DECLARE(Name) void Add##Name(CLI::App& app);
+ORVA_COMMANDS(ORVA_DECLARE)
+#undef ORVA_DECLARE
 
 }  // namespace orva
 

@@ -35,9 +35,7 @@ constexpr const char* kExamples =
 
 struct LiveOptions {
   DriverParam param = OpenParam(ONLINE);
-  std::string out;
-  std::string formats = "pcd";
-  bool valid_only = false;
+  ExportOptions files;
   std::string imu;
   double seconds = 0.0;
   std::uint64_t frames = 0;
@@ -128,23 +126,18 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
 }
 
 void Live(const LiveOptions& options) {
-  std::optional<FrameExport> files;
+  FrameExport files(options.files);
   std::optional<ImuFile> imu;
-  if (!options.out.empty()) {
-    files.emplace(options.out, options.formats, options.valid_only);
-  }
   if (!options.param.calib_from_lidar) {
     CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   }
-  if (files) {
-    files->Open();
-  }
+  files.Open();
   if (!options.imu.empty()) {
-    imu.emplace(options.imu);
+    imu.emplace(options.imu, options.files.existing);
   }
   CatchInterrupts();
 
-  LiveSession session(options.param, files.has_value(), imu.has_value());
+  LiveSession session(options.param, files.wanted(), files.takes_imu() || imu.has_value());
   Say("listening on UDP port " + std::to_string(options.param.input_param.msop_port) + "; Ctrl-C ends");
   StatusLine status(options.param);
   int stored = 0;
@@ -156,11 +149,14 @@ void Live(const LiveOptions& options) {
     const LiveSession::Arrivals arrivals = session.Take(std::chrono::milliseconds(over ? 0 : 50));
     for (const auto& cloud : arrivals.clouds) {
       if (options.frames == 0 || static_cast<std::uint64_t>(stored) < options.frames) {
-        files->Write(*cloud, FrameName(stored++));
+        files.Write(*cloud, {.model = options.param.lidar_type, .number = stored++});
       }
     }
     for (const auto& sample : arrivals.imu_samples) {
-      imu->Write(*sample);
+      files.WriteImu(*sample);
+      if (imu) {
+        imu->Write(*sample);
+      }
     }
     status.PrintIfDue(session);
   }
@@ -168,8 +164,9 @@ void Live(const LiveOptions& options) {
     imu->Commit();
     Say("IMU samples are in " + options.imu);
   }
-  if (files && files->files() > 0) {
-    Say(std::to_string(files->files()) + " files are in " + options.out);
+  files.Commit();
+  if (files.files() > 0) {
+    Say(std::to_string(files.files()) + " files are in " + options.files.folder);
   }
   const DriverStatistics statistics = session.Stop();
   Conclude(options, session.Counts(), statistics);
@@ -210,21 +207,11 @@ void AddLive(CLI::App& app) {
   CLI::App* command = app.add_subcommand("live", "Watch a live sensor, and store what it sees");
   const auto options = std::make_shared<LiveOptions>();
   AddSourceOptions(*command, options->param);
-  command->add_option("--duration", options->seconds, "End after so many seconds")
-      ->check(CLI::PositiveNumber)
-      ->type_name("S");
+  AddDurationOption(*command, options->seconds);
   command->add_option("--frames", options->frames, "End after so many frames")
       ->check(CLI::PositiveNumber)
       ->type_name("N");
-  CLI::Option* out =
-      command->add_option("--out,--export", options->out, "Folder for the clouds; without it: status only")
-          ->type_name("DIR");
-  command->add_option("--format", options->formats, "Any of pcd, ply and csv, separated by commas")
-      ->capture_default_str()
-      ->needs(out)
-      ->type_name("LIST");
-  command->add_flag("--valid-only", options->valid_only, "Leave out points without a return (the origin)")
-      ->needs(out);
+  AddExportOptions(*command, options->files);
   command->add_option("--imu", options->imu, "File for the IMU samples (CSV; TS6 and NV2)")
       ->type_name("FILE");
   AddDecoderOptions(*command, options->param.decoder_param);

@@ -258,9 +258,7 @@ void AddRecord(CLI::App& app) {
   command->add_option("--keep", options->limits.kept, "Of these files, keep the latest so many")
       ->check(CLI::PositiveNumber)
       ->type_name("N");
-  command->add_option("--duration", options->seconds, "End after so many seconds")
-      ->check(CLI::PositiveNumber)
-      ->type_name("S");
+  AddDurationOption(*command, options->seconds);
   command->add_option("--packets", options->packets, "End after so many packets")
       ->check(CLI::PositiveNumber)
       ->type_name("N");

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "commands/commands.h"
-#include "formats/cloud_files.h"
 #include "formats/frame_export.h"
 #include "formats/output_file.h"
+#include "formats/pcd_reader.h"
 #include "picture/pictures.h"
 #include "sessions/calibration_check.h"
 #include "sessions/driver_options.h"
@@ -116,9 +116,7 @@ void AddRender(CLI::App& app) {
   const auto options = std::make_shared<RenderOptions>();
   AddReplayOptions(*command, options->param);
   command->get_option("FILE")->description("A pcap or pcapng file, or a PCD file by orva");
-  command->add_option("--frames", options->frames, "Which frames, as in 0-4,7,20-")
-      ->capture_default_str()
-      ->type_name("LIST");
+  AddFrameListOption(*command, options->frames);
   command->add_option("--out", options->out, "Folder for the pictures")
       ->capture_default_str()
       ->type_name("DIR");

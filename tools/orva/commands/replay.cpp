@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,34 +34,25 @@ constexpr const char* kExamples =
 struct ReplayOptions {
   DriverParam param = OpenParam(PCAP);
   std::string frames = "all";
-  std::string out;
-  std::string formats = "pcd";
-  bool valid_only = false;
+  ExportOptions files;
 };
 
 void Replay(const ReplayOptions& options) {
-  std::optional<FrameExport> files;
-  if (!options.out.empty()) {
-    files.emplace(options.out, options.formats, options.valid_only);
-  }
+  FrameExport files(options.files);
   CheckFrameList(options.frames);
   CatchInterrupts();
 
   ReplaySession session(options.param);
   CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   const std::vector<int> frames = IndexWithProgress(session, options.frames);
-  if (files) {
-    files->Open();
-  }
+  files.Open(frames);
 
   RecordingSummary summary(options.param.lidar_type);
   {
     Progress progress("replaying", static_cast<int>(frames.size()));
     progress.Line(FrameTableHead());
     session.Play(frames, [&](int frame, int part, const Cloud& cloud) {
-      if (files) {
-        files->Write(cloud, part == 0 ? FrameName(frame) : FrameName(frame) + "_" + std::to_string(part));
-      }
+      files.Write(cloud, {.model = options.param.lidar_type, .number = frame, .part = part});
       summary.Add(frame, cloud);
       progress.Line(FrameTableRow(frame, part, cloud));
       progress.Step(summary.clouds());
@@ -73,8 +63,9 @@ void Replay(const ReplayOptions& options) {
                   std::to_string(frames.size()) + " frames; the files written so far are complete.");
   }
   summary.Tell(session);
-  if (files && files->files() > 0) {
-    Say(std::to_string(files->files()) + " files are in " + options.out);
+  files.Commit();
+  if (files.files() > 0) {
+    Say(std::to_string(files.files()) + " files are in " + options.files.folder);
   }
 }
 
@@ -85,18 +76,8 @@ void AddReplay(CLI::App& app) {
   const auto options = std::make_shared<ReplayOptions>();
   AddReplayOptions(*command, options->param);
   command->get_option("--model")->required();
-  command->add_option("--frames", options->frames, "Which frames, as in 0-4,7,20-")
-      ->capture_default_str()
-      ->type_name("LIST");
-  CLI::Option* out =
-      command->add_option("--out,--export", options->out, "Folder for the clouds; without it: table only")
-          ->type_name("DIR");
-  command->add_option("--format", options->formats, "Any of pcd, ply and csv, separated by commas")
-      ->capture_default_str()
-      ->needs(out)
-      ->type_name("LIST");
-  command->add_flag("--valid-only", options->valid_only, "Leave out points without a return (the origin)")
-      ->needs(out);
+  AddFrameListOption(*command, options->frames);
+  AddExportOptions(*command, options->files);
   command->footer(kExamples);
   command->callback([options] { Replay(*options); });
 }

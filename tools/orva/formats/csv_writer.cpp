@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "formats/cloud_files.h"
+#include "formats/cloud_format.h"
 #include "formats/csv_line.h"
 
 namespace orva {
+namespace {
 
-void WriteCsv(const Cloud& cloud, OutputFile& file) {
+void Write(const Cloud& cloud, const FrameInfo&, OutputFile& file) {
   file.Write("x,y,z,intensity,label,timestamp\n");
   for (const PointTime& point : cloud.points) {
     file.Write(CsvLine(point.x, point.y, point.z, point.intensity, point.label, point.timestamp));
   }
 }
+
+}  // namespace
+
+const CloudFormat kCsvFormat = {.name = "csv", .title = "text, floats read back exactly", .write = Write};
 
 }  // namespace orva

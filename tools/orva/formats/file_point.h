@@ -13,7 +13,10 @@
 
 namespace orva {
 
-/// A point as it lies in PCD and PLY files, without padding: x, y, z, intensity, label, timestamp.
+/// A point as it lies in PCD and PLY files, without padding: x, y, z as 32-bit floats in metres, intensity as
+/// a 32-bit float and label as a 32-bit unsigned integer (the types that point cloud libraries look for under
+/// these names; the values are integers), and timestamp as a 64-bit float in seconds since the epoch, 0 where
+/// the model gives none.
 constexpr std::size_t kPointRecordSize = 4 * 4 + 4 + 8;
 
 /// The bytes of all points, in order.

@@ -1,71 +1,151 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "formats/frame_export.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <sstream>
-#include <utility>
+#include <system_error>
 
-#include "formats/cloud_files.h"
 #include "shared/failure.h"
 
 namespace orva {
 namespace {
 
-struct Format {
-  const char* name;
-  void (*write)(const Cloud&, OutputFile&);
-};
-constexpr std::array<Format, 3> kFormats = {{{"pcd", WritePcd}, {"ply", WritePly}, {"csv", WriteCsv}}};
+namespace fs = std::filesystem;
 
-const Format* Find(const std::string& name) {
-  const auto found =
-      std::find_if(kFormats.begin(), kFormats.end(), [&name](const Format& f) { return name == f.name; });
-  return found == kFormats.end() ? nullptr : &*found;
+const CloudFormat& Find(const std::string& name) {
+  const auto all = CloudFormats();
+  const auto found = std::find_if(all.begin(), all.end(),
+                                  [&name](const CloudFormat* format) { return name == format->name; });
+  if (found == all.end()) {
+    throw WrongUsage("there is no format '" + name + "'. Known are " + FormatNames(", ", " and ") +
+                     ", as in --format pcd,ply");
+  }
+  return **found;
+}
+
+std::string FileName(const FrameInfo& info, const CloudFormat& format) {
+  const std::string part = info.part == 0 ? "" : "_" + std::to_string(info.part);
+  return FrameName(info.number) + part + "." + format.name;
+}
+
+std::string StreamName(const CloudFormat& format) {
+  return std::string("frames.") + format.name;
+}
+
+/// A file that a run over all frames would write: frame_ and a number, of this format.
+bool IsFrameFile(const fs::path& path, const CloudFormat& format) {
+  const std::string name = path.filename().string();
+  return name.rfind("frame_", 0) == 0 && path.extension() == std::string(".") + format.name;
 }
 
 }  // namespace
 
-FrameExport::FrameExport(std::filesystem::path folder, const std::string& formats, bool valid_only)
-    : folder_(std::move(folder)), valid_only_(valid_only) {
-  std::istringstream list(formats);
+FrameExport::FrameExport(const ExportOptions& options) : options_(options) {
+  std::istringstream list(options.formats);
   for (std::string name; std::getline(list, name, ',');) {
-    if (Find(name) == nullptr) {
-      throw WrongUsage("there is no format '" + name +
-                       "'. Known are pcd, ply and csv, as in --format pcd,ply");
+    const CloudFormat& format = Find(name);
+    if (format.open != nullptr) {
+      streams_.push_back({&format, nullptr});
+    } else {
+      frame_formats_.push_back(&format);
     }
-    formats_.push_back(name);
   }
-  if (formats_.empty()) {
-    throw WrongUsage("the list of formats is empty. Write one, as in --format pcd,ply,csv");
+  if (streams_.empty() && frame_formats_.empty()) {
+    throw WrongUsage("the list of formats is empty. Write one, as in --format " + FormatNames(",", ","));
   }
 }
 
-void FrameExport::Open() const {
-  MakeFolder(folder_);
+void FrameExport::Open(std::span<const int> frames) {
+  if (!wanted()) {
+    return;
+  }
+  const fs::path folder = options_.folder;
+  MakeFolder(folder);
+  for (const CloudFormat* format : frame_formats_) {
+    for (const int frame : frames) {
+      RefuseExisting(folder / FileName({.number = frame}, *format), options_.existing);
+    }
+    if (frames.empty()) {
+      std::error_code ignored;
+      for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+        if (IsFrameFile(entry.path(), *format)) {
+          RefuseExisting(entry.path(), options_.existing);
+        }
+      }
+    }
+  }
+  for (Stream& stream : streams_) {
+    stream.file = stream.format->open(folder / StreamName(*stream.format), options_.existing);
+  }
 }
 
-void FrameExport::Write(const Cloud& cloud, const std::string& name) {
+void FrameExport::Write(const Cloud& cloud, const FrameInfo& info) {
+  if (!wanted()) {
+    return;
+  }
   Cloud valid;
-  if (valid_only_) {
+  if (options_.valid_only) {
+    valid.timestamp = cloud.timestamp;
     std::copy_if(cloud.points.begin(), cloud.points.end(), std::back_inserter(valid.points), IsValid);
   }
-  const Cloud& chosen = valid_only_ ? valid : cloud;
+  const Cloud& chosen = options_.valid_only ? valid : cloud;
   if (chosen.points.empty()) {
     return;
   }
-  for (const std::string& format : formats_) {
-    OutputFile file(folder_ / (name + "." + format));
-    Find(format)->write(chosen, file);
+  for (const CloudFormat* format : frame_formats_) {
+    OutputFile file(fs::path(options_.folder) / FileName(info, *format), options_.existing);
+    format->write(chosen, info, file);
     file.Commit();
     ++files_;
+  }
+  for (const Stream& stream : streams_) {
+    stream.file->Write(chosen, info);
+  }
+}
+
+void FrameExport::WriteImu(const ImuMsg& sample) {
+  for (const Stream& stream : streams_) {
+    if (stream.file != nullptr) {
+      stream.file->WriteImu(sample);
+    }
+  }
+}
+
+void FrameExport::Commit() {
+  for (Stream& stream : streams_) {
+    if (stream.file != nullptr) {
+      stream.file->Commit();
+      stream.file.reset();
+      ++files_;
+    }
   }
 }
 
 std::string FrameName(int frame) {
   const std::string number = std::to_string(frame);
   return "frame_" + std::string(number.size() < 4 ? 4 - number.size() : 0, '0') + number;
+}
+
+void AddForceOption(CLI::App& command, Existing& existing) {
+  command.add_flag_callback(
+      "--force", [&existing] { existing = Existing::kReplace; }, "Replace files that exist");
+}
+
+void AddExportOptions(CLI::App& command, ExportOptions& options) {
+  CLI::Option* out =
+      command.add_option("--out,--export", options.folder, "Folder for the clouds; without it: no files")
+          ->type_name("DIR");
+  command
+      .add_option("--format", options.formats,
+                  "Formats of the clouds, one or several with commas between them")
+      ->capture_default_str()
+      ->needs(out)
+      ->type_name(FormatNames("|", "|"));
+  command.add_flag("--valid-only", options.valid_only, "Leave out points without a return (the origin)")
+      ->needs(out);
+  AddForceOption(command, options.existing);
 }
 
 }  // namespace orva

@@ -5,7 +5,7 @@
 
 namespace orva {
 
-ImuFile::ImuFile(const std::filesystem::path& path) : file_(path) {
+ImuFile::ImuFile(const std::filesystem::path& path, Existing existing) : file_(path, existing) {
   file_.Write(
       "timestamp,angular_velocity_x,angular_velocity_y,angular_velocity_z,"
       "linear_acceleration_x,linear_acceleration_y,linear_acceleration_z\n");

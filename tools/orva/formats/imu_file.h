@@ -13,7 +13,7 @@ namespace orva {
 /// squared. As with every result, the file carries its name only once Commit was called.
 class ImuFile {
  public:
-  explicit ImuFile(const std::filesystem::path& path);
+  ImuFile(const std::filesystem::path& path, Existing existing);
   void Write(const ImuMsg& sample);
   void Commit() { file_.Commit(); }
 

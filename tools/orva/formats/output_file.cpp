@@ -22,7 +22,15 @@ void MakeFolder(const fs::path& folder) {
   }
 }
 
-OutputFile::OutputFile(fs::path path) : path_(std::move(path)), part_(path_) {
+void RefuseExisting(const fs::path& path, Existing existing) {
+  std::error_code ignored;
+  if (existing == Existing::kKeep && fs::exists(fs::symlink_status(path, ignored))) {
+    throw Failure(path.string() + " exists already. Choose another name, or say --force to replace it.");
+  }
+}
+
+OutputFile::OutputFile(fs::path path, Existing existing) : path_(std::move(path)), part_(path_) {
+  RefuseExisting(path_, existing);
   part_ += ".part";
   file_ = std::fopen(part_.c_str(), "wb");
   if (file_ == nullptr) {

@@ -9,6 +9,12 @@
 
 namespace orva {
 
+/// What becomes of a file of the same name.
+enum class Existing { kKeep, kReplace };
+
+/// Throws Failure where something of that name is there and must stay.
+void RefuseExisting(const std::filesystem::path& path, Existing existing);
+
 /// Creates the folder and its parents. Throws Failure.
 void MakeFolder(const std::filesystem::path& folder);
 
@@ -17,7 +23,7 @@ void MakeFolder(const std::filesystem::path& folder);
 /// Failure.
 class OutputFile {
  public:
-  explicit OutputFile(std::filesystem::path path);
+  explicit OutputFile(std::filesystem::path path, Existing existing = Existing::kReplace);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;

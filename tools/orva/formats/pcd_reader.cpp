@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "formats/cloud_files.h"
+#include "formats/pcd_reader.h"
 #include "shared/failure.h"
 
 namespace orva {

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string>
 
-#include "formats/cloud_files.h"
+#include "formats/cloud_format.h"
 #include "formats/file_point.h"
 
 namespace orva {
+namespace {
 
-void WritePcd(const Cloud& cloud, OutputFile& file) {
+void Write(const Cloud& cloud, const FrameInfo&, OutputFile& file) {
   const std::string count = std::to_string(cloud.points.size());
   file.Write(
       "# .PCD v0.7 - Point Cloud Data file format\n"
@@ -27,5 +28,9 @@ void WritePcd(const Cloud& cloud, OutputFile& file) {
   const auto bytes = PackPoints(cloud);
   file.Write(bytes.data(), bytes.size());
 }
+
+}  // namespace
+
+const CloudFormat kPcdFormat = {.name = "pcd", .title = "Point Cloud Data 0.7, binary", .write = Write};
 
 }  // namespace orva

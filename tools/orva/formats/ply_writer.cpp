@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string>
 
-#include "formats/cloud_files.h"
+#include "formats/cloud_format.h"
 #include "formats/file_point.h"
 
 namespace orva {
+namespace {
 
-void WritePly(const Cloud& cloud, OutputFile& file) {
+void Write(const Cloud& cloud, const FrameInfo&, OutputFile& file) {
   file.Write(
       "ply\n"
       "format binary_little_endian 1.0\n"
@@ -24,5 +25,9 @@ void WritePly(const Cloud& cloud, OutputFile& file) {
   const auto bytes = PackPoints(cloud);
   file.Write(bytes.data(), bytes.size());
 }
+
+}  // namespace
+
+const CloudFormat kPlyFormat = {.name = "ply", .title = "polygon file, binary", .write = Write};
 
 }  // namespace orva

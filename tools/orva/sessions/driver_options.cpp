@@ -72,6 +72,12 @@ void AddListenOptions(CLI::App& command, InputParam& param) {
       ->type_name("IP");
 }
 
+void AddDurationOption(CLI::App& command, double& seconds) {
+  command.add_option("--duration", seconds, "End after so many seconds")
+      ->check(CLI::PositiveNumber)
+      ->type_name("S");
+}
+
 void AddReplayOptions(CLI::App& command, DriverParam& param) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);

@@ -19,6 +19,9 @@ void AddDecoderOptions(CLI::App& command, DecoderParam& param);
 /// Adds --port and --host: where a live sensor's packets arrive.
 void AddListenOptions(CLI::App& command, InputParam& param);
 
+/// Adds --duration, for commands that listen until they are told to end.
+void AddDurationOption(CLI::App& command, double& seconds);
+
 /// Adds what every command that opens a recording takes: FILE, --model, --port, --calib and the above.
 void AddReplayOptions(CLI::App& command, DriverParam& param);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sessions/frame_selection.h"
 
+#include <CLI/CLI.hpp>
 #include <charconv>
 #include <limits>
 #include <string_view>
@@ -55,6 +56,12 @@ std::vector<Range> Parse(const std::string& list) {
 }
 
 }  // namespace
+
+void AddFrameListOption(CLI::App& command, std::string& list) {
+  command.add_option("--frames", list, "Which frames, as in 0-4,7,20-")
+      ->capture_default_str()
+      ->type_name("LIST");
+}
 
 void CheckFrameList(const std::string& list) {
   Parse(list);

@@ -5,7 +5,14 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class App;
+}
+
 namespace orva {
+
+/// Adds --frames, a list for SelectFrames. `list` holds the default, and must outlive the parsing.
+void AddFrameListOption(CLI::App& command, std::string& list);
 
 /// Turns a list such as "0-4,7,20-" into frame numbers, in the order given; "all" or empty means every
 /// frame. Throws WrongUsage for a text that is no such list, Failure for a number that the recording does not

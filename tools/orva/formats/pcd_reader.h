@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_FORMATS_PCD_READER_H_
+#define ORVA_TOOLS_FORMATS_PCD_READER_H_
+
+#include <filesystem>
+
+#include "shared/cloud.h"
+
+namespace orva {
+
+/// Reads what the pcd format writes; other uncompressed binary PCD files with these fields pass too. Throws
+/// Failure.
+Cloud ReadPcd(const std::filesystem::path& path);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_FORMATS_PCD_READER_H_
