@@ -26,22 +26,17 @@ class OrvaDriver<PC>::Impl {
     } else {
       candidate = std::make_shared<tevoro::lidar::PcapManager<PC>>();
     }
-    candidate->RegisterPointCloudCallBack(put_point_cloud, get_point_cloud);
-    candidate->RegisterImuCallBack(put_imu_msg, get_imu_msg);
-    candidate->RegisterExceptionCallBack(exception);
-    candidate->RegisterPacketCallBack(packet);
+    candidate->RegisterPointCloudCallBack(application.put_point_cloud, application.get_point_cloud);
+    candidate->RegisterImuCallBack(application.put_imu_msg, application.get_imu_msg);
+    candidate->RegisterExceptionCallBack(application.exception);
+    candidate->RegisterPacketCallBack(application.packet);
     if (!candidate->Init(param)) return false;
     manager = std::move(candidate);
     return true;
   }
 
   std::shared_ptr<tevoro::lidar::DriverManager<PC>> manager;
-  std::function<void(const Error&)> exception;
-  std::function<void(std::shared_ptr<PC>)> put_point_cloud;
-  std::function<std::shared_ptr<PC>()> get_point_cloud;
-  std::function<void(std::shared_ptr<ImuMsg>)> put_imu_msg;
-  std::function<std::shared_ptr<ImuMsg>()> get_imu_msg;
-  std::function<void(const uint8_t* data, size_t length, double received)> packet;
+  tevoro::lidar::ApplicationCallbacks<PC> application;
 };
 
 template <typename PC>
@@ -53,26 +48,26 @@ OrvaDriver<PC>::~OrvaDriver() = default;
 template <typename PC>
 void OrvaDriver<PC>::RegisterPointCloudCallBack(const std::function<void(std::shared_ptr<PC>)>& put,
                                                 const std::function<std::shared_ptr<PC>()>& get) {
-  impl_->put_point_cloud = put;
-  impl_->get_point_cloud = get;
+  impl_->application.put_point_cloud = put;
+  impl_->application.get_point_cloud = get;
 }
 
 template <typename PC>
 void OrvaDriver<PC>::RegisterImuCallBack(const std::function<void(std::shared_ptr<ImuMsg>)>& put,
                                          const std::function<std::shared_ptr<ImuMsg>()>& get) {
-  impl_->put_imu_msg = put;
-  impl_->get_imu_msg = get;
+  impl_->application.put_imu_msg = put;
+  impl_->application.get_imu_msg = get;
 }
 
 template <typename PC>
 void OrvaDriver<PC>::RegisterExceptionCallBack(const std::function<void(const Error&)>& callback) {
-  impl_->exception = callback;
+  impl_->application.exception = callback;
 }
 
 template <typename PC>
 void OrvaDriver<PC>::RegisterPacketCallBack(
     const std::function<void(const uint8_t* data, size_t length, double received)>& callback) {
-  impl_->packet = callback;
+  impl_->application.packet = callback;
 }
 
 template <typename PC>

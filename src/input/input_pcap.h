@@ -27,8 +27,6 @@ class InputPcap : public Input {
   int RecvPacket(std::shared_ptr<Buffer>& buffer, const int& size, long* position,
                  const bool& record) override;
 
-  const std::string& FilterText() const { return filter_text_; }
-
  private:
   struct CloseCapture {
     void operator()(pcap_t* handle) const { pcap_close(handle); }

@@ -18,11 +18,7 @@ class InputSock : public Input {
   int RecvPacket(std::shared_ptr<Buffer>& buffer, const int& size, long* position,
                  const bool& record) override;
 
-  bool SetNonblock() { return socket_.SetNonblock(); }
-  void SetReadBuffer() { socket_.SetReadBuffer(); }
-  void SetWriteBuffer() { socket_.SetWriteBuffer(); }
   bool WaitReadEvent(const int& milliseconds) { return socket_.WaitReadEvent(milliseconds); }
-  bool WaitWriteEvent(const int& milliseconds) { return socket_.WaitWriteEvent(milliseconds); }
   void Close() { socket_.Close(); }
   int32_t Descriptor() const { return socket_.Descriptor(); }
 
@@ -30,6 +26,12 @@ class InputSock : public Input {
   uint64_t EmptyDatagrams() const { return empty_.Value(); }  ///< arrived, and given to nobody
   uint64_t Drops() const { return socket_.Drops(); }
   uint64_t ReadBuffer() const { return socket_.ReadBuffer(); }
+
+  // Settled by Init, or for a sender; part of the input's interface, though nothing here calls them.
+  bool SetNonblock() { return socket_.SetNonblock(); }
+  void SetReadBuffer() { socket_.SetReadBuffer(); }
+  void SetWriteBuffer() { socket_.SetWriteBuffer(); }
+  bool WaitWriteEvent(const int& milliseconds) { return socket_.WaitWriteEvent(milliseconds); }
 
  private:
   UdpSocket socket_;

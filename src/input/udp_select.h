@@ -17,8 +17,7 @@ class UDPSelect final {
       : local_port_(param.local_port),
         local_ip_(param.local_ip),
         lidar_port_(param.lidar_port),
-        lidar_ip_(param.lidar_ip),
-        calib_folder_(param.calib_folder) {}
+        lidar_ip_(param.lidar_ip) {}
   UDPSelect(const UDPSelect&) = delete;
   UDPSelect& operator=(const UDPSelect&) = delete;
   ~UDPSelect() { Close(); }
@@ -32,19 +31,20 @@ class UDPSelect final {
   /// False, after a line on standard error, when the local socket cannot be opened or bound.
   bool Init() { return socket_.Open(local_ip_, static_cast<uint16_t>(local_port_)); }
   void Close() { socket_.Close(); }
-  bool SetNonblock() { return socket_.SetNonblock(); }
-  void SetReadBuffer() { socket_.SetReadBuffer(); }
-  void SetWriteBuffer() { socket_.SetWriteBuffer(); }
   bool WaitReadEvent(const int& milliseconds) { return socket_.WaitReadEvent(milliseconds); }
   bool WaitWriteEvent(const int& milliseconds) { return socket_.WaitWriteEvent(milliseconds); }
   int32_t Descriptor() const { return socket_.Descriptor(); }
+
+  // Settled by Init; part of the channel's interface, though nothing here calls them one by one.
+  bool SetNonblock() { return socket_.SetNonblock(); }
+  void SetReadBuffer() { socket_.SetReadBuffer(); }
+  void SetWriteBuffer() { socket_.SetWriteBuffer(); }
 
  private:
   int32_t local_port_;
   std::string local_ip_;
   int32_t lidar_port_;    ///< 0: not yet known
   std::string lidar_ip_;  ///< empty: not yet known
-  std::string calib_folder_;
   UdpSocket socket_;
 };
 

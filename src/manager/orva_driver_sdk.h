@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "manager/application_callbacks.h"
 #include "orva_driver.h"
 
 namespace tevoro::lidar {
@@ -29,32 +30,27 @@ class DriverManager {
 
   virtual void RegisterPointCloudCallBack(const std::function<void(std::shared_ptr<PC>)>& put,
                                           const std::function<std::shared_ptr<PC>()>& get) {
-    put_point_cloud_ = put;
-    get_point_cloud_ = get;
+    application_.put_point_cloud = put;
+    application_.get_point_cloud = get;
   }
   virtual void RegisterImuCallBack(const std::function<void(std::shared_ptr<ImuMsg>)>& put,
                                    const std::function<std::shared_ptr<ImuMsg>()>& get) {
-    put_imu_msg_ = put;
-    get_imu_msg_ = get;
+    application_.put_imu_msg = put;
+    application_.get_imu_msg = get;
   }
   virtual void RegisterExceptionCallBack(const std::function<void(const Error&)>& callback) {
-    exception_ = callback;
+    application_.exception = callback;
   }
   // Further operations go below: the place of those above in the virtual table is settled.
   virtual void RegisterPacketCallBack(
       const std::function<void(const uint8_t* data, size_t length, double received)>& callback) {
-    packet_ = callback;
+    application_.packet = callback;
   }
   /// From any thread after an Init that returned true.
   virtual bool GetStatistics(DriverStatistics& /*statistics*/) const { return false; }
 
  protected:
-  std::function<void(const Error&)> exception_;
-  std::function<void(std::shared_ptr<PC>)> put_point_cloud_;
-  std::function<std::shared_ptr<PC>()> get_point_cloud_;
-  std::function<void(std::shared_ptr<ImuMsg>)> put_imu_msg_;
-  std::function<std::shared_ptr<ImuMsg>()> get_imu_msg_;
-  std::function<void(const uint8_t* data, size_t length, double received)> packet_;
+  ApplicationCallbacks<PC> application_;
 };
 
 }  // namespace tevoro::lidar

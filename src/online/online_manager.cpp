@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <string>
 #include <utility>
 
@@ -14,6 +13,8 @@
 #include "decoder/decoder_factory.h"
 #include "input/input_factory.h"
 #include "input/input_sock.h"
+#include "manager/delivery.h"
+#include "manager/folder_calibration.h"
 #include "manager/statistics_reading.h"
 #include "online/calibration_loader.h"
 #include "online/pacing.h"
@@ -43,7 +44,7 @@ double WallClock() {
 template <typename PC>
 class OnlineManager<PC>::Impl {
  public:
-  explicit Impl(OnlineManager* manager) : manager_(manager) {}
+  explicit Impl(OnlineManager* manager) : application_(manager->application_) {}
   ~Impl() {
     Stop();
     Release();
@@ -59,7 +60,6 @@ class OnlineManager<PC>::Impl {
  private:
   bool SetUp();
   void LoadFolder();
-  void ApplyCheckParam(CalibrationState source);
   void Release();
 
   bool StartLoad();
@@ -71,15 +71,12 @@ class OnlineManager<PC>::Impl {
   void DecodeLoop();
   std::shared_ptr<Buffer> GetBuffer();
 
-  void ErrorException(const Error& error);
-  void SplitFrame(const uint16_t& laser_num, const double& timestamp);
   void SplitIMUFrame();
-  void PutPointCloud(std::shared_ptr<PC> cloud);
-  std::shared_ptr<PC> GetPointCloud();
   void PutImuMsg(std::shared_ptr<ImuMsg> msg);
   std::shared_ptr<ImuMsg> GetImuMsg();
 
-  OnlineManager* const manager_;  // for the application's callbacks
+  const ApplicationCallbacks<PC>& application_;
+  Delivery<PC> delivery_{application_};
   DriverParam param_;
   const uint32_t instance_ = ++g_load_count;
   WorkerThread load_thread_{ThreadName("load", instance_)};
@@ -96,8 +93,7 @@ class OnlineManager<PC>::Impl {
   std::atomic<CalibrationState> calibration_{CALIBRATION_NONE};
   Counter received_;  // by the receive thread
   Counter received_bytes_;
-  Counter frames_;  // by the decoding thread
-  Counter imu_samples_;
+  Counter imu_samples_;  // by the decoding thread
 };
 
 // Set-up
@@ -109,7 +105,7 @@ bool OnlineManager<PC>::Impl::Init(const DriverParam& param) {
     Release();
     return false;
   }
-  decoder_->point_cloud_ = GetPointCloud();
+  decoder_->point_cloud_ = delivery_.GetPointCloud();
   decoder_->imu_msg_ = GetImuMsg();
   return true;
 }
@@ -118,9 +114,7 @@ template <typename PC>
 bool OnlineManager<PC>::Impl::SetUp() {
   decoder_ = DecoderFactory<PC>::CreateDecoder(param_.lidar_type, param_.decoder_param);
   if (!decoder_) return false;
-  decoder_->RegisterCallBack(
-      [this](const Error& error) { ErrorException(error); },
-      [this](const uint16_t& laser_num, const double& timestamp) { SplitFrame(laser_num, timestamp); });
+  delivery_.Connect(*decoder_);
   decoder_->RegisterIMUCallBack([this] { SplitIMUFrame(); });
 
   service_ = std::make_shared<ParamService>();
@@ -138,20 +132,10 @@ bool OnlineManager<PC>::Impl::SetUp() {
 
 template <typename PC>
 void OnlineManager<PC>::Impl::LoadFolder() {
-  bool loaded = false;
-  try {
-    loaded = service_->LoadCheckFolder(param_.lidar_type, param_.calibration_param.calib_folder);
-  } catch (const std::filesystem::filesystem_error&) {
-    // An unreadable folder is one without calibration: points come uncalibrated.
-  }
+  const bool loaded =
+      ApplyFolder(param_.lidar_type, param_.calibration_param.calib_folder, *service_, *decoder_);
   PrintLine(loaded ? "LoadCheckFolder success!" : "LoadCheckFolder failed!");
-  if (loaded) ApplyCheckParam(CALIBRATION_FROM_FOLDER);
-}
-
-template <typename PC>
-void OnlineManager<PC>::Impl::ApplyCheckParam(CalibrationState source) {
-  decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type));
-  calibration_ = source;
+  if (loaded) calibration_ = CALIBRATION_FROM_FOLDER;
 }
 
 template <typename PC>
@@ -208,7 +192,7 @@ bool OnlineManager<PC>::Impl::StartDecoder() {
 
 template <typename PC>
 void OnlineManager<PC>::Impl::RecvLoop() {
-  const bool tapped = static_cast<bool>(manager_->packet_);
+  const bool tapped = static_cast<bool>(application_.packet);
   Pacing pacing;
   std::shared_ptr<Buffer> current = GetBuffer();
   while (recv_thread_.Running()) {
@@ -232,14 +216,14 @@ template <typename PC>
 void OnlineManager<PC>::Impl::DecodeLoop() {
   Pacing pacing;
   while (decoder_thread_.Running()) {
-    if (loader_ && loader_->TakeRecord())
-      ApplyCheckParam(CALIBRATION_FROM_SENSOR);  // between two packets, never inside one
+    if (loader_ && loader_->TakeRecord()) {  // between two packets, never inside one
+      decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type));
+      calibration_ = CALIBRATION_FROM_SENSOR;
+    }
     bool more = false;
     const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
     if (packet) {
-      const uint8_t* data = packet->data.get() + packet->offset;
-      if (manager_->packet_) manager_->packet_(data, packet->length, packet->received);
-      decoder_->ProcessMsopPacket(data, packet->length, 0);
+      delivery_.Decode(*decoder_, *packet, 0);
       free_queue_.Push(packet);
     }
     pacing.Sleep(more ? Pacing::Cycle::kBacklog : packet ? Pacing::Cycle::kPacket : Pacing::Cycle::kIdle);
@@ -252,18 +236,7 @@ std::shared_ptr<Buffer> OnlineManager<PC>::Impl::GetBuffer() {
   return buffer ? buffer : std::make_shared<Buffer>();
 }
 
-// Delivery, on the decoding thread
-
-template <typename PC>
-void OnlineManager<PC>::Impl::SplitFrame(const uint16_t& /*laser_num*/, const double& timestamp) {
-  frames_.Add();
-  // Moved out, so that the application may be its only owner from the put callback on.
-  if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
-    cloud->timestamp = timestamp;
-    PutPointCloud(std::move(cloud));
-  }
-  decoder_->point_cloud_ = GetPointCloud();
-}
+// IMU samples, on the decoding thread
 
 template <typename PC>
 void OnlineManager<PC>::Impl::SplitIMUFrame() {
@@ -273,30 +246,13 @@ void OnlineManager<PC>::Impl::SplitIMUFrame() {
 }
 
 template <typename PC>
-void OnlineManager<PC>::Impl::ErrorException(const Error& error) {
-  if (manager_->exception_) manager_->exception_(error);
-}
-
-template <typename PC>
-void OnlineManager<PC>::Impl::PutPointCloud(std::shared_ptr<PC> cloud) {
-  if (manager_->put_point_cloud_) manager_->put_point_cloud_(std::move(cloud));
-}
-
-template <typename PC>
-std::shared_ptr<PC> OnlineManager<PC>::Impl::GetPointCloud() {
-  if (manager_->get_point_cloud_) return manager_->get_point_cloud_();
-  PrintLine(Colour::kYellow, "Error:Get point cloud call back is nullptr!");
-  return nullptr;
-}
-
-template <typename PC>
 void OnlineManager<PC>::Impl::PutImuMsg(std::shared_ptr<ImuMsg> msg) {
-  if (manager_->put_imu_msg_) manager_->put_imu_msg_(std::move(msg));
+  if (application_.put_imu_msg) application_.put_imu_msg(std::move(msg));
 }
 
 template <typename PC>
 std::shared_ptr<ImuMsg> OnlineManager<PC>::Impl::GetImuMsg() {
-  return manager_->get_imu_msg_ ? manager_->get_imu_msg_() : nullptr;
+  return application_.get_imu_msg ? application_.get_imu_msg() : nullptr;
 }
 
 // Statistics, on any thread
@@ -315,7 +271,7 @@ DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
     now.queued = packet_queue_.Waiting();
     now.received = received_.Value() + now.not_for_us;
     now.received_bytes = received_bytes_.Value();
-    now.frames = frames_.Value();
+    now.frames = delivery_.Frames();
     now.imu_samples = imu_samples_.Value();
     return now;
   });

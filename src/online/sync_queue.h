@@ -28,9 +28,8 @@ class SyncQueue {
     const std::lock_guard lock(mutex_);
     if (ring_.count == ring_.slots.size()) ring_.Grow();
     ring_.At(ring_.count++) = item;
-    size_ = ring_.count;
     level_.store(ring_.count, std::memory_order_release);
-    return size_;
+    return ring_.count;
   }
 
   /// Takes the oldest element; an empty T when there is none.
@@ -81,7 +80,6 @@ class SyncQueue {
     }
   };
 
-  uint64_t size_ = 0;  ///< elements just after the latest Push; for information
   std::mutex mutex_;
   Ring ring_;
   std::atomic<uint64_t> level_{0};  ///< elements at this moment; written under the lock

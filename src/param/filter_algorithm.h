@@ -14,6 +14,8 @@ void SearchFiles(const std::string& folder, std::vector<std::string>& paths);
 /// trailing delimiter does not.
 std::vector<std::string> SplitString(const std::string& text, char delimiter);
 
+// Kept for those who work on calibrations; nothing here calls the two.
+
 /// Population variance (divides by the count). The values must not be empty.
 float CalculateVariance(const std::vector<float>& values);
 

@@ -2,7 +2,6 @@
 #include "pcap/pcap_manager.h"
 
 #include <atomic>
-#include <filesystem>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -13,6 +12,8 @@
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
 #include "input/input_factory.h"
+#include "manager/delivery.h"
+#include "manager/folder_calibration.h"
 #include "manager/statistics_reading.h"
 #include "param/param_service.h"
 #include "pcap/play_request.h"
@@ -22,7 +23,7 @@ namespace tevoro::lidar {
 template <typename PC>
 class PcapManager<PC>::Impl {
  public:
-  explicit Impl(PcapManager* owner) : owner_(owner) {}
+  explicit Impl(PcapManager* owner) : delivery_(owner->application_) {}
 
   bool Init(const DriverParam& param);
   bool Start();
@@ -39,8 +40,6 @@ class PcapManager<PC>::Impl {
   };
   using Packet = std::shared_ptr<Buffer>;
 
-  // Set-up.
-  void LoadCalibration(const DriverParam& param);
   void Release();
 
   // The replay thread.
@@ -49,15 +48,8 @@ class PcapManager<PC>::Impl {
   void PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet);
   void PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet);
   void CountRecord(int length);
-  bool Decode(const Packet& packet, uint16_t start);
 
-  // Delivery.
-  void SplitFrame(double timestamp);
-  void ErrorException(const Error& error);
-  void PutPointCloud(std::shared_ptr<PC> cloud);
-  std::shared_ptr<PC> GetPointCloud();
-
-  PcapManager* const owner_;
+  Delivery<PC> delivery_;
   std::vector<FramePosPackage> frame_index_;  ///< appended to by the replay thread until load_finished_
   std::atomic<bool> load_finished_{false};
   PlayRequest play_request_;
@@ -74,7 +66,6 @@ class PcapManager<PC>::Impl {
   Counter received_;
   Counter received_bytes_;
   Counter not_for_us_;
-  Counter frames_;
 
   WorkerThread thread_{"orva-replay"};  // last: ends before what it uses
 };
@@ -83,30 +74,19 @@ template <typename PC>
 bool PcapManager<PC>::Impl::Init(const DriverParam& param) {
   decoder_ = DecoderFactory<PC>::CreateDecoder(param.lidar_type, param.decoder_param);
   if (!decoder_) return false;
-  decoder_->RegisterCallBack([this](const Error& error) { ErrorException(error); },
-                             [this](const uint16_t&, const double& timestamp) { SplitFrame(timestamp); });
-  LoadCalibration(param);
+  delivery_.Connect(*decoder_);
+  // A replay always takes the folder.
+  param_service_ = std::make_shared<ParamService>();
+  if (ApplyFolder(param.lidar_type, param.calibration_param.calib_folder, *param_service_, *decoder_))
+    calibration_ = CALIBRATION_FROM_FOLDER;
 
   input_ = InputFactory::CreateInput(param.input_type, param.input_param);
   if (!input_ || !input_->Init()) {
     Release();
     return false;
   }
-  decoder_->point_cloud_ = GetPointCloud();
+  decoder_->point_cloud_ = delivery_.GetPointCloud();
   return true;
-}
-
-/// A replay always takes the folder. One that cannot be used is no failure: points come uncalibrated.
-template <typename PC>
-void PcapManager<PC>::Impl::LoadCalibration(const DriverParam& param) {
-  param_service_ = std::make_shared<ParamService>();
-  try {
-    if (!param_service_->LoadCheckFolder(param.lidar_type, param.calibration_param.calib_folder)) return;
-  } catch (const std::filesystem::filesystem_error&) {
-    return;
-  }
-  decoder_->UpdateCheckParam(param_service_->GetCheckParam(param.lidar_type));
-  calibration_ = CALIBRATION_FROM_FOLDER;
 }
 
 template <typename PC>
@@ -186,7 +166,7 @@ void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn, Packe
   if (length <= 0) return;  // the next turn tries again
   plays_.Add();
   // A frame that ends within its first packet is delivered, and the play goes on to the next frame end.
-  Decode(packet, entry.seq);
+  delivery_.Decode(*decoder_, *packet, entry.seq);
   play_request_.Continue(turn);
 }
 
@@ -195,7 +175,7 @@ void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet
   const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, nullptr, false);
   CountRecord(length);
   if (length > 0) {
-    if (Decode(packet, 0)) play_request_.Finish(turn);
+    if (delivery_.Decode(*decoder_, *packet, 0)) play_request_.Finish(turn);
   } else if (length < 0) {
     decoder_->EnableFinallyFrame();
     play_request_.Finish(turn);
@@ -212,41 +192,6 @@ void PcapManager<PC>::Impl::CountRecord(int length) {
 }
 
 template <typename PC>
-bool PcapManager<PC>::Impl::Decode(const Packet& packet, uint16_t start) {
-  const uint8_t* data = packet->data.get() + packet->offset;
-  if (owner_->packet_) owner_->packet_(data, packet->length, packet->received);
-  return decoder_->ProcessMsopPacket(data, packet->length, start);
-}
-
-template <typename PC>
-void PcapManager<PC>::Impl::SplitFrame(double timestamp) {
-  frames_.Add();
-  // Moved out, so that the application may be its only owner from the put callback on.
-  if (std::shared_ptr<PC> cloud = std::move(decoder_->point_cloud_)) {
-    cloud->timestamp = timestamp;
-    PutPointCloud(std::move(cloud));
-  }
-  decoder_->point_cloud_ = GetPointCloud();
-}
-
-template <typename PC>
-void PcapManager<PC>::Impl::ErrorException(const Error& error) {
-  if (owner_->exception_) owner_->exception_(error);
-}
-
-template <typename PC>
-void PcapManager<PC>::Impl::PutPointCloud(std::shared_ptr<PC> cloud) {
-  if (owner_->put_point_cloud_) owner_->put_point_cloud_(std::move(cloud));
-}
-
-template <typename PC>
-std::shared_ptr<PC> PcapManager<PC>::Impl::GetPointCloud() {
-  if (owner_->get_point_cloud_) return owner_->get_point_cloud_();
-  PrintLine(Colour::kYellow, "Error:Get point cloud call back is nullptr!");
-  return nullptr;
-}
-
-template <typename PC>
 DriverStatistics PcapManager<PC>::Impl::ReadStatistics() const {
   return ReadSettled([this] {
     const PacketCounts& played = decoder_->ProcessedPackets();
@@ -258,7 +203,7 @@ DriverStatistics PcapManager<PC>::Impl::ReadStatistics() const {
     now.refused_length = played.wrong_length.Value();
     now.refused_identifier = played.wrong_identifier.Value();
     now.not_for_us = not_for_us_.Value();
-    now.frames = frames_.Value();
+    now.frames = delivery_.Frames();
     now.plays = plays_.Value();
     now.index_records = index_records_.Value();
     now.index_not_for_us = index_not_for_us_.Value();
