@@ -39,36 +39,9 @@
 //   Set-up failures come back as `false`. Packet faults go to the exception callback. The library itself
 //   throws nothing at the application (out of memory excepted).
 //
-// What it prints
-//   To standard output, whole lines at a time (SetOrvaConsole sends them elsewhere):
-//     type:33                                               each InitDriver: the model's number
-//     Wrong LiDAR Type. Please check your LiDAR Version!    red; InitDriver fails
-//     Wrong Input Type. Please check your LiDAR Version!    red; InitDriver fails
-//     pcap_file:PATH                                        the capture file, also one that cannot be opened
-//     Error:Get point cloud call back is nullptr!           yellow; each time a cloud is needed
-//     pcap file is load finished!                           green; the recording is indexed
-//     文件: "PATH"                                          each file in the calibration folder, followed by
-//     azimuth, elevation, list.size():N size:M              the tables: values found and values needed
-//     LoadCheckFolder success!, LoadCheckFolder failed!     live only
-//     data is erorr!, check_buffers size:N, find AAAA       calibration download: a reply without the magic
-//                                                           word; what was received (TS6)
-//     ProcessMsopPacket MSOP_LEN:1360 size:N                each packet to decode that has a wrong length
-//     ProcessMsopPacket MSOP_ID                             likewise, right length, wrong identifier
-//   To standard error: "socket creation failed", "setsockopt failed" or "bind failed" with the system's
-//   reason, and a line for a capture of a link type that the driver does not read. InitDriver then fails.
-//
-// Calibration folder (TS4B and TS6; without calibration every direction of the grid is straight ahead)
-//   Four text files, told by a keyword anywhere in their path, the folder's own path included; the first that
-//   occurs in this order counts. Sub-folders are searched as well.
-//     azimuth      49152 values: degrees by grid code (line * 256 + column), positive to the right
-//     elevation    49152 values: degrees by grid code, positive upward
-//     weight       4 values: distance = raw - (r * r * w2 + r * w0 + raw * w1 + w3) metres, r the pulse ratio
-//     near_filter  8 values: strength, near distance (metres; 0: off), very near echo's least intensity,
-//                  very near distance (metres), four that decoding does not use
-//   Values are separated by commas, on any number of lines; decimal point, whatever the locale. A field
-//   without a number counts as 0. In the weight file the first column of each line is a label. Surplus values
-//   are ignored. The folder is taken when exactly four files were long enough, else nothing of it is used.
-//   TS4 and TS4A ask for four times as many values as stated. KR7 and NV2 read no folder.
+// It prints whole lines to standard output, and to standard error why a socket or a file cannot be opened;
+// SetOrvaConsole sends them elsewhere. docs/console-lines.md lists them, docs/calibration.md describes the
+// calibration folder.
 #ifndef ORVA_DRIVER_H_
 #define ORVA_DRIVER_H_
 
@@ -155,7 +128,8 @@ struct CalibrationParam {
   std::string local_ip;      ///< local IPv4 address of the command socket; empty: all
   int32_t lidar_port = 0;    ///< the sensor's command port; 0: learnt from the first datagram it sends
   std::string lidar_ip;      ///< the sensor's IPv4 address; empty: learnt likewise
-  std::string calib_folder;  ///< folder of calibration text files, see the top of this header
+  std::string calib_folder;  ///< folder of calibration text files; TS4B and TS6 need one, else every
+                             ///< direction of the grid is straight ahead
 };
 
 /// Everything InitDriver needs. It keeps copies; the record may go away afterwards.
@@ -389,7 +363,7 @@ extern template class OrvaDriver<PointCloud<Point>>;
 extern template class OrvaDriver<PointCloud<PointTime>>;
 extern template class OrvaDriver<PointCloud<PointSource>>;
 
-/// Where the console lines of all drivers of this process go (see "What it prints"), instead of standard
+/// Where the console lines of all drivers of this process go (docs/console-lines.md), instead of standard
 /// output and standard error: to `sink`, line by line, without the line end but with its colours. It is
 /// called on whatever thread prints, several at a time too, and must neither throw nor wait for a driver. An
 /// empty `sink` restores the streams. From any thread; a sink that was replaced may be called for a moment
