@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "online/calibration_loader.h"
 
+#include <algorithm>
 #include <numeric>
 #include <thread>
+
+#include "param/calibration_wire.h"
 
 namespace tevoro::lidar {
 namespace {
@@ -11,23 +14,24 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint8_t kRequestMagic = 0xA5;  // four times
+namespace request = calibration_request;
+
 constexpr uint16_t CALIB_CHUNK_REQUEST = 1000;
 constexpr uint16_t kClosingRequest = 100;  // asked once more where the end came unannounced
-constexpr int kReplyCapacity = 2048;
-constexpr int kReplyOverhead = 39;  // what a reply holds beside its piece of the stream
 constexpr microseconds kRetryAfter{10'000};
 constexpr milliseconds kBetweenRequests{1};
 
-/// Request: magic, u8 flag "this chunk completes the stream", u32 offset, u16 count, u8 checksum.
 class Request {
  public:
-  Request() { SetChunk(0, CALIB_CHUNK_REQUEST); }
+  Request() {
+    std::fill_n(bytes_ + request::kMagic, 4, request::kMagicByte);
+    SetChunk(0, CALIB_CHUNK_REQUEST);
+  }
 
-  void SetLastChunk(bool last) { bytes_[4] = last ? 1 : 0; }
+  void SetLastChunk(bool last) { bytes_[request::kLastChunk] = last ? 1 : 0; }
   void SetChunk(uint32_t offset, uint16_t count) {
-    for (size_t i = 0; i < 4; ++i) bytes_[5 + i] = static_cast<uint8_t>(offset >> (8 * i));
-    for (size_t i = 0; i < 2; ++i) bytes_[9 + i] = static_cast<uint8_t>(count >> (8 * i));
+    for (size_t i = 0; i < 4; ++i) bytes_[request::kOffset + i] = static_cast<uint8_t>(offset >> (8 * i));
+    for (size_t i = 0; i < 2; ++i) bytes_[request::kCount + i] = static_cast<uint8_t>(count >> (8 * i));
   }
   bool Send(UDPSelect& channel) {
     GetCommand(bytes_, sizeof(bytes_));
@@ -35,7 +39,7 @@ class Request {
   }
 
  private:
-  uint8_t bytes_[12] = {kRequestMagic, kRequestMagic, kRequestMagic, kRequestMagic};
+  uint8_t bytes_[request::kBytes] = {};  // the last is the checksum, see GetCommand
 };
 
 }  // namespace
@@ -70,8 +74,8 @@ bool CalibrationLoader::TakeRecord() {
 }
 
 void CalibrationLoader::Idle() {
-  char discarded[kReplyCapacity];
-  const bool received = channel_.RecvData(discarded, kReplyCapacity) > 0;
+  char discarded[calibration_reply::kMostBytes];
+  const bool received = channel_.RecvData(discarded, calibration_reply::kMostBytes) > 0;
   std::this_thread::sleep_for(received ? milliseconds(10) : milliseconds(100));
 }
 
@@ -84,8 +88,8 @@ bool CalibrationLoader::Send(Progress& progress) {
 }
 
 void CalibrationLoader::AwaitReply(Progress& progress) {
-  char reply[kReplyCapacity] = {};
-  const int length = channel_.RecvData(reply, kReplyCapacity);
+  char reply[calibration_reply::kMostBytes] = {};
+  const int length = channel_.RecvData(reply, calibration_reply::kMostBytes);
   if (length <= 0) {
     if (progress.waiting && Clock::now() - progress.sent > kRetryAfter) request_outstanding_ = false;
   } else if (download_complete_) {
@@ -104,8 +108,8 @@ void CalibrationLoader::TakeReply(Progress& progress, const char* reply, int len
   progress.step =
       service_->PushData(type_, reinterpret_cast<const signed char*>(reply), length, last_chunk, complete);
   progress.request.SetLastChunk(last_chunk);
-  if (length > kReplyOverhead && progress.step >= 0) {
-    received_bytes_.Add(static_cast<uint64_t>(length - kReplyOverhead));
+  if (length > calibration_reply::kOverhead && progress.step >= 0) {
+    received_bytes_.Add(static_cast<uint64_t>(length - calibration_reply::kOverhead));
   }
 
   if (complete && progress.last_chunk) {

@@ -5,17 +5,15 @@
 #include <cstring>
 
 #include "common/console.h"
+#include "param/calibration_wire.h"
 
 namespace tevoro::lidar {
 namespace {
 
-// A reply: magic word, u32 length of the stream plus 32, 28 bytes that are not interpreted, payload, 3 more.
-constexpr uint32_t CALIB_REPLY_MAGIC = 0x5A5A5A5A;
-constexpr int32_t kPayloadOffset = 36;
-constexpr int32_t kReplyOverhead = 39;
-constexpr uint32_t kLengthExcess = 32;
-constexpr int32_t kLargestPayload = 2048 - kReplyOverhead;  // the download receives into 2048 bytes
-constexpr int64_t kMostStoredBytes = int64_t{16} << 20;     // forty times a complete calibration
+namespace reply = calibration_reply;
+
+constexpr int32_t kLargestPayload = reply::kMostBytes - reply::kOverhead;
+constexpr int64_t kMostStoredBytes = int64_t{16} << 20;  // forty times a complete calibration
 constexpr size_t kMarkerBytes = 4;
 
 /// Little-endian word at `offset`; bytes beyond the reply read as zeros.
@@ -40,16 +38,17 @@ int32_t WrappingSubtract(int32_t a, int32_t b) {
 
 int CalibrationStream::PushData(const LidarType& type, const signed char* data, int len, CheckParam* record,
                                 bool& last_chunk, bool& complete) {
-  if (len < 4 || Word(data, len, 0) != CALIB_REPLY_MAGIC) {
+  if (len < 4 || Word(data, len, reply::kMagic) != CALIB_REPLY_MAGIC) {
     PrintLine("data is erorr!");
     return -1;
   }
-  if (stream_total_ == 0) stream_total_ = static_cast<int32_t>(Word(data, len, 4) - kLengthExcess);
+  if (stream_total_ == 0)
+    stream_total_ = static_cast<int32_t>(Word(data, len, reply::kStreamLength) - reply::kLengthExcess);
 
   // A reply that is shorter than its frame lowers the count.
-  const int32_t payload = len - kReplyOverhead;
+  const int32_t payload = len - reply::kOverhead;
   stream_received_ = WrappingAdd(stream_received_, payload);
-  if (payload > 0) Append(data + kPayloadOffset, payload);
+  if (payload > 0) Append(data + reply::kPayload, payload);
 
   if (stream_total_ > stream_received_) {
     const int32_t remaining = WrappingSubtract(stream_total_, stream_received_);
