@@ -25,6 +25,7 @@ constexpr Target kTargets[] = {
 #ifdef ORVA_FUZZ_MCAP
     {"mcap_writer", orva::fuzz::McapWriter},
 #endif
+    {"fragments", orva::fuzz::Fragments},
 };
 
 size_t Run(const Target& target, const std::filesystem::path& path) {

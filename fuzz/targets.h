@@ -26,4 +26,10 @@ void CalibrationReplies(const uint8_t* data, size_t size);
 /// Byte 0: how the file is written and ends. Then calls of the writer of MCAP files.
 void McapWriter(const uint8_t* data, size_t size);
 
+/// Byte 0 below 5: a capture's link type. Then its records: two bytes of length, one that says how many bytes
+/// more were on the wire, one of nanoseconds since the record before, the record. Any other byte 0: bare
+/// fragments, each a byte with identification and "more follow", two of offset, one of length, one of
+/// nanoseconds, and the bytes.
+void Fragments(const uint8_t* data, size_t size);
+
 }  // namespace orva::fuzz

@@ -77,10 +77,17 @@ class CaptureFile {
   CaptureFile(const CaptureFile&) = delete;
   CaptureFile& operator=(const CaptureFile&) = delete;
 
+  /// When the next record comes; each later one comes a second after the one before.
+  CaptureFile& At(long second, long fraction) {
+    second_ = second;
+    fraction_ = fraction;
+    return *this;
+  }
   /// A raw record. `cut` bytes at its end were not captured.
   CaptureFile& Record(const Bytes& frame, size_t cut = 0) {
     pcap_pkthdr header{};
-    header.ts.tv_sec = 1700000000 + count_++;
+    header.ts.tv_sec = second_++;
+    header.ts.tv_usec = fraction_;
     header.len = static_cast<bpf_u_int32>(frame.size());
     header.caplen = static_cast<bpf_u_int32>(frame.size() - cut);
     pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, frame.data());
@@ -94,7 +101,8 @@ class CaptureFile {
   int link_type_;
   pcap_t* pcap_;
   pcap_dumper_t* dumper_;
-  long count_ = 0;
+  long second_ = 1700000000;
+  long fraction_ = 0;  ///< micro- or nanoseconds, as the file counts
 };
 
 inline Bytes ReadBytes(const std::string& path) {

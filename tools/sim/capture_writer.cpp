@@ -112,10 +112,14 @@ CaptureWriter::~CaptureWriter() {
 }
 
 void CaptureWriter::Write(const TimedPacket& packet) {
+  Write(packet, {options_.source, options_.destination, options_.source_port, options_.destination_port});
+}
+
+void CaptureWriter::Write(const TimedPacket& packet, const Endpoints& endpoints) {
   record_.clear();
   AppendLinkHeader();
-  AppendIpHeader(packet.payload.size());
-  AppendUdp(packet.payload);
+  AppendIpHeader(endpoints, packet.payload.size());
+  AppendUdp(endpoints, packet.payload);
 
   constexpr int64_t kSecond = 1'000'000'000;
   pcap_pkthdr header{};
@@ -179,7 +183,7 @@ void CaptureWriter::AppendLinkHeader() {
   }
 }
 
-void CaptureWriter::AppendIpHeader(size_t payload_size) {
+void CaptureWriter::AppendIpHeader(const Endpoints& endpoints, size_t payload_size) {
   const size_t start = record_.size();
   const size_t header_size = options_.ip_options ? 24 : 20;
   record_.push_back(static_cast<uint8_t>(0x40 | (header_size / 4)));
@@ -190,20 +194,20 @@ void CaptureWriter::AppendIpHeader(size_t payload_size) {
   record_.push_back(64);      // hops
   record_.push_back(kUdp);
   Append16(record_, 0);
-  Append(record_, options_.source);
-  Append(record_, options_.destination);
+  Append(record_, endpoints.source);
+  Append(record_, endpoints.destination);
   if (options_.ip_options) Append(record_, std::array<uint8_t, 4>{1, 1, 1, 0});  // no-operation, end of list
   Store16(record_, start + 10, Checksum(SumWords(std::span(record_).subspan(start))));
 }
 
-void CaptureWriter::AppendUdp(const std::vector<uint8_t>& payload) {
+void CaptureWriter::AppendUdp(const Endpoints& endpoints, const std::vector<uint8_t>& payload) {
   const size_t start = record_.size();
-  Append16(record_, options_.source_port);
-  Append16(record_, options_.destination_port);
+  Append16(record_, endpoints.source_port);
+  Append16(record_, endpoints.destination_port);
   Append16(record_, kUdpHeader + payload.size());
   Append16(record_, 0);
   Append(record_, payload);
-  uint32_t sum = SumWords(options_.destination, SumWords(options_.source));
+  uint32_t sum = SumWords(endpoints.destination, SumWords(endpoints.source));
   sum += kUdp + static_cast<uint32_t>(kUdpHeader + payload.size());
   const uint32_t checksum = Checksum(SumWords(std::span(record_).subspan(start), sum));
   Store16(record_, start + 6, checksum == 0 ? 0xFFFF : checksum);

@@ -23,6 +23,14 @@ enum class Framing {
   kLoopback,  ///< BSD null: an address family
 };
 
+/// From where to where a datagram went.
+struct Endpoints {
+  std::array<uint8_t, 4> source{};
+  std::array<uint8_t, 4> destination{};
+  uint16_t source_port = 0;
+  uint16_t destination_port = 0;
+};
+
 struct CaptureOptions {
   Framing framing = Framing::kEthernet;
   bool nanoseconds = false;  ///< precision of the times; otherwise microseconds
@@ -48,6 +56,8 @@ class CaptureWriter {
   CaptureWriter& operator=(const CaptureWriter&) = delete;
 
   void Write(const TimedPacket& packet);
+  /// With addresses of its own, instead of those of the options.
+  void Write(const TimedPacket& packet, const Endpoints& endpoints);
   void Finish();
   /// Bytes of the whole records so far, the file's header included.
   uint64_t Size() const { return size_; }
@@ -60,8 +70,8 @@ class CaptureWriter {
 
   [[noreturn]] void Fail(const std::string& reason) const;
   void AppendLinkHeader();
-  void AppendIpHeader(size_t payload_size);
-  void AppendUdp(const std::vector<uint8_t>& payload);
+  void AppendIpHeader(const Endpoints& endpoints, size_t payload_size);
+  void AppendUdp(const Endpoints& endpoints, const std::vector<uint8_t>& payload);
 
   const std::filesystem::path path_;
   const CaptureOptions options_;

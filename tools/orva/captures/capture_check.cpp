@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <system_error>
 
@@ -22,21 +21,40 @@ constexpr std::array<std::uint32_t, 7> kMagics = {0xA1B2C3D4, 0xD4C3B2A1, 0xA1B2
 
 }  // namespace
 
-void CheckCapture(const std::filesystem::path& path) {
+RecordingFile OpenRecordingFile(const std::filesystem::path& path) {
   const std::string name = path.string();
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) {
     throw Failure(name + " is a folder. Give the recording itself, a pcap or pcapng file.");
   }
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+  RecordingFile file(std::fopen(path.c_str(), "rb"));
   if (file == nullptr) {
     throw Failure("cannot open the recording " + name + ": " + std::generic_category().message(errno) +
                   ". Check the path and its permissions.");
   }
-  std::array<unsigned char, 4> start = {};
+  return file;
+}
+
+Packing PackingOf(const uint8_t* start, size_t size) {
+  constexpr std::array<uint8_t, 3> kGzipDeflate = {0x1F, 0x8B, 8};
+  constexpr std::array<uint8_t, 4> kZstd = {0x28, 0xB5, 0x2F, 0xFD};
+  const auto begins = [start, size](const auto& magic) {
+    return size >= magic.size() && std::equal(magic.begin(), magic.end(), start);
+  };
+  return begins(kGzipDeflate) ? Packing::kGzip : begins(kZstd) ? Packing::kZstd : Packing::kNone;
+}
+
+void CheckCapture(const std::filesystem::path& path) {
+  const std::string name = path.string();
+  const RecordingFile file = OpenRecordingFile(path);
+  std::array<uint8_t, 4> start = {};
   const std::size_t size = std::fread(start.data(), 1, start.size(), file.get());
   if (size == 0) {
     throw Failure(name + " is empty: the recording was never written. Record it again.");
+  }
+  if (PackingOf(start.data(), size) != Packing::kNone) {
+    throw Failure(name + " is compressed, which the driver does not read. 'orva extract " + name +
+                  " plain.pcap' unpacks it.");
   }
   std::uint32_t magic = 0;
   std::memcpy(&magic, start.data(), start.size());

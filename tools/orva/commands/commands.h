@@ -16,6 +16,7 @@ namespace orva {
   COMMAND(Render)              \
   COMMAND(Live)                \
   COMMAND(Record)              \
+  COMMAND(Extract)             \
   COMMAND(Info)                \
   COMMAND(Check)
 

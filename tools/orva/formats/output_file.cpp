@@ -24,6 +24,10 @@ void MakeFolder(const fs::path& folder) {
 
 void RefuseExisting(const fs::path& path, Existing existing) {
   std::error_code ignored;
+  const fs::file_status target = fs::status(path, ignored);
+  if (fs::is_fifo(target) || fs::is_character_file(target)) {
+    return;  // nothing to lose
+  }
   if (existing == Existing::kKeep && fs::exists(fs::symlink_status(path, ignored))) {
     throw Failure(path.string() + " exists already. Choose another name, or say --force to replace it.");
   }

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "captures/extraction.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <utility>
+
+#include "shared/failure.h"
+#include "shared/interrupt.h"
+
+namespace orva {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A scan of the network would otherwise open files, or count frames, without end.
+constexpr size_t kMostSources = 64;
+/// The driver's packet buffers hold no more.
+constexpr size_t kLongestPayload = 1546;
+
+sim::CaptureOptions ExactTimes() {
+  sim::CaptureOptions options;
+  options.nanoseconds = true;
+  return options;
+}
+
+/// Several captures as one, in the order of their times. Each keeps its own order.
+class Merge {
+ public:
+  explicit Merge(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+      Input input{path, std::make_unique<CaptureReader>(path), {}, {}};
+      input.dissector = std::make_unique<Dissector>(input.reader->link_type());
+      Advance(input);
+      inputs_.push_back(std::move(input));
+    }
+    if (Input* first = Earliest()) start_ns_ = first->next.time_ns;
+  }
+
+  struct Input {
+    std::string path;
+    std::unique_ptr<CaptureReader> reader;
+    std::unique_ptr<Dissector> dissector;
+    Record next;
+    bool more = false;
+  };
+
+  /// The input whose next record is due; null at the end.
+  Input* Earliest() {
+    Input* earliest = nullptr;
+    for (Input& input : inputs_) {
+      if (input.more && (earliest == nullptr || input.next.time_ns < earliest->next.time_ns))
+        earliest = &input;
+    }
+    return earliest;
+  }
+  static void Advance(Input& input) { input.more = input.reader->Next(input.next); }
+  int64_t start_ns() const { return start_ns_; }
+  std::vector<Input>& inputs() { return inputs_; }
+
+ private:
+  std::vector<Input> inputs_;
+  int64_t start_ns_ = 0;
+};
+
+class Filter {
+ public:
+  Filter(const Selection& selection, int64_t start_ns) : selection_(selection), start_ns_(start_ns) {}
+
+  /// Why the datagram is left out, or the fate that it has already.
+  Fate Judge(const Datagram& datagram) {
+    const sim::Endpoints& ends = datagram.endpoints;
+    if (selection_.port && ends.destination_port != *selection_.port) return Fate::kOtherPort;
+    if (selection_.sensor_port && ends.source_port != *selection_.sensor_port) return Fate::kOtherPort;
+    if (selection_.source && ends.source != *selection_.source) return Fate::kOtherSource;
+    if (datagram.packet.payload.empty()) return Fate::kEmpty;
+    if (datagram.packet.payload.size() > kLongestPayload) return Fate::kTooLong;
+    // Frames are counted from the recording's begin, whatever the window.
+    const Fate by_frame = selection_.frames ? JudgeFrame(datagram) : datagram.fate;
+    return selection_.window.Holds(datagram.packet.time_ns, start_ns_) ? by_frame : Fate::kOtherTime;
+  }
+
+ private:
+  Fate JudgeFrame(const Datagram& datagram) {
+    const auto found = counters_.try_emplace(datagram.endpoints.source, *selection_.model).first;
+    if (counters_.size() > kMostSources) {
+      throw Failure("packets come from more than 64 addresses. Choose with --port or --source.");
+    }
+    const auto frames = found->second.Add(datagram.packet.payload);
+    if (!frames) return Fate::kOtherModel;
+    const bool wanted = frames->last >= selection_.frames->first && frames->first <= selection_.frames->last;
+    return wanted ? datagram.fate : Fate::kOtherFrame;
+  }
+
+  const Selection& selection_;
+  const int64_t start_ns_;
+  std::map<Ipv4Address, FrameCounter> counters_;
+};
+
+}  // namespace
+
+ExtractedFiles::ExtractedFiles(std::string path, bool split_by_source)
+    : path_(std::move(path)), split_(split_by_source) {
+  if (!split_) outputs_[{}] = {path_, std::make_unique<sim::CaptureWriter>(path_, ExactTimes())};
+}
+
+void ExtractedFiles::Write(const Datagram& datagram) {
+  Output& output = outputs_[split_ ? datagram.endpoints.source : Ipv4Address{}];
+  if (output.writer == nullptr) {
+    if (outputs_.size() > kMostSources) {
+      throw Failure(
+          "packets come from more than 64 addresses, which would be as many files. Choose with --port "
+          "or --source.");
+    }
+    output.path = PathOf(path_, datagram.endpoints.source);
+    output.writer = std::make_unique<sim::CaptureWriter>(output.path, ExactTimes());
+  }
+  output.writer->Write(datagram.packet, datagram.endpoints);
+  ++output.packets;
+}
+
+void ExtractedFiles::Finish() {
+  for (auto& [source, output] : outputs_) output.writer->Finish();
+}
+
+std::vector<ExtractedFiles::File> ExtractedFiles::files() const {
+  std::vector<File> files;
+  for (const auto& [source, output] : outputs_) files.push_back({output.path, output.packets});
+  return files;
+}
+
+std::string ExtractedFiles::PathOf(const std::string& path, const Ipv4Address& source) {
+  char address[20];
+  std::snprintf(address, sizeof(address), "_%u.%u.%u.%u", source[0], source[1], source[2], source[3]);
+  const fs::path whole(path);
+  fs::path name = whole.stem();
+  name += address;
+  name += whole.extension();
+  return whole.parent_path() / name;
+}
+
+Extraction Extract(const std::vector<std::string>& inputs, const Selection& selection,
+                   ExtractedFiles& files) {
+  Extraction result;
+  Merge merge(inputs);
+  Filter filter(selection, merge.start_ns());
+  for (Merge::Input* input = nullptr; (input = merge.Earliest()) != nullptr && !Interrupted();
+       Merge::Advance(*input)) {
+    ++result.records;
+    const std::optional<Datagram> datagram = input->dissector->Take(input->next, result.tally);
+    if (!datagram) continue;
+    const Fate fate = filter.Judge(*datagram);
+    result.tally.Add(fate, datagram->records);
+    if (fate != datagram->fate) continue;
+    result.datagrams_joined += fate == Fate::kJoined;
+    files.Write(*datagram);
+  }
+  for (Merge::Input& input : merge.inputs()) {
+    input.dissector->Finish(result.tally);
+    if (!input.reader->damage().empty()) {
+      result.damage.push_back(input.path + ": " + input.reader->damage());
+    }
+  }
+  return result;
+}
+
+}  // namespace orva
