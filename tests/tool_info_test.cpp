@@ -74,6 +74,8 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
   Bytes payload = {0xEE, 0xFF, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
   payload.resize(1104, 0);
   const Bytes packet = Ipv4Udp(7000, payload);
+  Bytes other = packet;
+  other[15] = 9;  // last byte of the sender's address
   Bytes fragment = packet;
   fragment[6] = 0x20;  // more fragments follow
   Bytes ipv6(48, 0);
@@ -81,6 +83,7 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
   ipv6[6] = 17;
   CaptureFile(path)
       .Datagram(7000, payload, 2)
+      .Record(LinkFrame(DLT_EN10MB, other))
       .Datagram(7000, Bytes(1104, 7))
       .Datagram(7001, Bytes(100, 7))
       .Datagram(7001, {})
@@ -98,6 +101,9 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
               HasSubstr(R"("skipped":{"cut":1,"vlan":1,"ipv6":1,"fragment":1,"other_protocol":1,"no_ip":1,)"
                         R"("malformed":1,"empty":1,"too_long":1,"wrong_length":1,"wrong_identifier":1})"));
   EXPECT_THAT(info.text, HasSubstr(R"("port":7000,"models":["TS6"])"));
+  EXPECT_THAT(info.text, HasSubstr(R"("senders":[{"source":"192.168.1.9","port":7000,"packets":1},)"
+                                   R"({"source":"192.168.1.200","port":7000,"packets":1}])"));
+  EXPECT_THAT(Orva("info " + path).text, HasSubstr("2 senders share port 7000"));
 }
 
 TEST(ToolInfo, SurvivesWhatIsNoRecording) {

@@ -37,6 +37,7 @@ constexpr size_t kMostStreams = 256;
 /// The driver's packet buffers hold no more.
 constexpr size_t kLongestPayload = 1546;
 constexpr size_t kUdpHeader = 8;
+constexpr size_t kIpv4Source = 12;  ///< bytes into the header
 
 constexpr uint16_t kIpv4 = 0x0800;
 constexpr uint16_t kIpv6 = 0x86DD;
@@ -50,7 +51,7 @@ bool IsVlan(uint16_t ether_type) {
 /// A record's payload, or why there is none for the driver.
 struct Datagram {
   std::optional<Skip> skip;
-  uint16_t port = 0;
+  Sender sender{};
   const uint8_t* payload = nullptr;
   size_t length = 0;
 };
@@ -94,10 +95,10 @@ Datagram Dissect(int link_type, const pcap_pkthdr& header, const uint8_t* record
   if (length == 0) return {.skip = Skip::kEmpty};
   if (length > kLongestPayload) return {.skip = Skip::kTooLong};
   const uint8_t* udp = record + *offset - kUdpHeader;
-  return {.skip = {},
-          .port = static_cast<uint16_t>(udp[2] << 8 | udp[3]),
-          .payload = record + *offset,
-          .length = length};
+  Sender sender = {.port = static_cast<uint16_t>(udp[2] << 8 | udp[3])};
+  const uint8_t* ip = record + link;
+  if (ip[0] >> 4 == 4) std::copy_n(ip + kIpv4Source, sender.address.size(), sender.address.begin());
+  return {.skip = {}, .sender = sender, .payload = record + *offset, .length = length};
 }
 
 /// Do the blocks carry codes of the grid, nearly all of them different? Idle bytes repeat themselves.
@@ -144,7 +145,7 @@ void AddDatagram(Survey& survey, const Datagram& datagram, int64_t time) {
   const bool is_sensors =
       datagram.length >= sizeof(id) && std::equal(std::begin(id), std::end(id), datagram.payload);
   const bool is_packet = is_sensors && IsModelLength(datagram.length);
-  const StreamKind kind = {datagram.port, datagram.length, is_sensors};
+  const StreamKind kind = {datagram.sender.port, datagram.length, is_sensors};
   auto found = survey.streams.find(kind);
   if (found == survey.streams.end()) {
     if (survey.streams.size() >= (is_packet ? 2 * kMostStreams : kMostStreams)) {
@@ -156,6 +157,9 @@ void AddDatagram(Survey& survey, const Datagram& datagram, int64_t time) {
   }
   Stream& stream = found->second;
   stream.packets.Add(time);
+  if (is_packet && (survey.senders.size() < kMostStreams || survey.senders.contains(datagram.sender))) {
+    ++survey.senders[datagram.sender];
+  }
   if (is_packet) LookForFrames(stream, datagram.payload, datagram.length, time);
 }
 

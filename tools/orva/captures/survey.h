@@ -58,6 +58,14 @@ struct Stream {
   uint8_t previous_line = 0;  ///< of an NV2
 };
 
+/// Who sent datagrams, and to which port. All zeros stands for IPv6, and for senders that a recording hides.
+struct Sender {
+  uint16_t port = 0;
+  std::array<uint8_t, 4> address{};
+
+  auto operator<=>(const Sender&) const = default;
+};
+
 /// Why the driver takes no packet from a record.
 enum class Skip { kCut, kVlan, kIpv6, kFragment, kOtherProtocol, kNoIp, kMalformed, kEmpty, kTooLong };
 inline constexpr size_t kSkips = 9;
@@ -70,7 +78,8 @@ struct Survey {
   bool is_pcapng = false;
   Timeline records;
   std::map<StreamKind, Stream> streams;
-  uint64_t unlisted = 0;  ///< datagrams of still more kinds than are kept
+  std::map<Sender, uint64_t> senders;  ///< packets of a sensor's length and identifier
+  uint64_t unlisted = 0;               ///< datagrams of still more kinds than are kept
   std::array<uint64_t, kSkips> skipped{};
   std::string damage;  ///< why reading ended before the end of the file, or empty
 };

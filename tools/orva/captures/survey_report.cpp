@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -21,9 +22,9 @@ struct SkipText {
 /// In the order of Skip.
 constexpr std::array<SkipText, kSkips> kSkipTexts = {{
     {"cut", "cut by a snapshot length (record with tcpdump -s 0)"},
-    {"vlan", "VLAN-tagged: record on the VLAN interface"},
+    {"vlan", "VLAN-tagged: 'orva extract' strips the tags"},
     {"ipv6", "IPv6 on Ethernet: record with tcpdump -i any"},
-    {"fragment", "IP fragments: the path's MTU is too small"},
+    {"fragment", "IP fragments: 'orva extract' joins them"},
     {"other_protocol", "of another protocol than UDP"},
     {"no_ip", "no IP (ARP and the like)"},
     {"malformed", "broken: shorter than their own headers"},
@@ -105,6 +106,34 @@ std::string StreamTable(const Survey& survey) {
   if (streams.size() > kRows) text += Format("  and %zu further kinds\n", streams.size() - kRows);
   if (survey.unlisted > 0) {
     text += Format("  and %llu packets of still other kinds\n", Count(survey.unlisted));
+  }
+  return text;
+}
+
+std::string Address(const Sender& sender) {
+  const auto& part = sender.address;
+  return Format("%u.%u.%u.%u", part[0], part[1], part[2], part[3]);
+}
+
+/// Two sensors on one port are no stream that a driver can decode.
+std::string SenderTable(const Survey& survey) {
+  if (survey.senders.empty()) return "";
+  std::string text = "\n  SENSORS' PACKETS FROM  TO PORT     PACKETS\n";
+  size_t rows = 0;
+  std::map<uint16_t, size_t> senders;
+  for (const auto& [sender, packets] : survey.senders) {
+    ++senders[sender.port];
+    if (rows++ < kRows) {
+      text += Format("  %-21s  %7u  %10llu\n", Address(sender).c_str(), static_cast<unsigned>(sender.port),
+                     Count(packets));
+    }
+  }
+  if (rows > kRows) text += Format("  and %zu further senders\n", rows - kRows);
+  for (const auto& [port, count] : senders) {
+    if (count > 1) {
+      text += Format("  %zu senders share port %u. 'orva extract IN OUT --split-by source' parts them.\n",
+                     count, static_cast<unsigned>(port));
+    }
   }
   return text;
 }
@@ -193,6 +222,7 @@ std::string TextReport(const Survey& survey) {
            "tcpdump -i any.\n";
   }
   if (!survey.streams.empty()) text += StreamTable(survey);
+  text += SenderTable(survey);
   text += SkippedTable(survey);
   const std::vector<Verdict> verdicts = Judge(survey);
   if (verdicts.empty()) {
@@ -221,7 +251,13 @@ std::string JsonReport(const Survey& survey) {
                            Count(stream.packets.count)) +
                     JsonTimes(stream.packets) + "}");
   }
-  json += ",\"streams\":[" + Join(items, ",") + "],\"skipped\":{";
+  json += ",\"streams\":[" + Join(items, ",") + "],\"senders\":[";
+  items.clear();
+  for (const auto& [sender, packets] : survey.senders) {
+    items.push_back(Format("{\"source\":\"%s\",\"port\":%u,\"packets\":%llu}", Address(sender).c_str(),
+                           static_cast<unsigned>(sender.port), Count(packets)));
+  }
+  json += Join(items, ",") + "],\"skipped\":{";
   for (size_t i = 0; i < kSkips; ++i) {
     json += Format("\"%s\":%llu,", kSkipTexts[i].key, Count(survey.skipped[i]));
   }
