@@ -3,7 +3,7 @@
 // The live driver beside a bare loop in one run: a thread that selects, receives, queues and sleeps, and a
 // second one that pops and sleeps. Both get 1360-byte datagrams from a paced sender on the same machine.
 //
-//   live_bench [PART...]      parts: loss rate latency cpu; all by default
+//   live_bench [PART...]      parts: loss rate latency cpu table; all by default
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
@@ -340,13 +340,39 @@ void CpuPart(Sink& sink) {
   std::printf("  median of driver / (bare loop + decoding) %.2f (at most 1.2)\n", Median(ratios));
 }
 
+/// Medians at the rates of a slow, a usual and the fastest sensor, and of two of the fastest.
+void TablePart(Sink& sink) {
+  std::printf("packets/s  receiver   p50 us  p99 us  CPU %%   lost\n");
+  for (const unsigned rate : {1'000U, 7'700U, 15'400U, 30'800U}) {
+    std::vector<double> p50[2], p99[2], cpu[2];
+    unsigned lost[2] = {};
+    for (int i = 0; i < kRepeats; ++i) {
+      for (size_t k = 0; k < 2; ++k) {
+        const Run run = Measure(kMakers[k], sink, rate, 2.0);
+        p50[k].push_back(sink.Latency(0.5));
+        p99[k].push_back(sink.Latency(0.99));
+        cpu[k].push_back(run.cpu * 100);
+        lost[k] += run.lost;
+      }
+    }
+    for (size_t k = 0; k < 2; ++k) {
+      std::printf("%9u  %-9s %7.1f %7.1f  %5.1f  %5u\n", rate, kNames[k], Median(p50[k]), Median(p99[k]),
+                  Median(cpu[k]), lost[k]);
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   struct Part {
     const char* name;
     void (*run)(Sink&);
-  } parts[] = {{"loss", LossPart}, {"rate", RatePart}, {"latency", LatencyPart}, {"cpu", CpuPart}};
+  } parts[] = {{"loss", LossPart},
+               {"rate", RatePart},
+               {"latency", LatencyPart},
+               {"cpu", CpuPart},
+               {"table", TablePart}};
   Sink sink;
   for (const Part& part : parts) {
     const auto wanted = [&](const char* argument) { return std::string_view(argument) == part.name; };

@@ -10,13 +10,17 @@ namespace tevoro::lidar {
 namespace {
 
 constexpr unsigned long kDefaultSlack = 0;  // the kernel reads 0 as "the thread's default"
-constexpr unsigned long kExactSlack = 1;
 constexpr unsigned long kIdleSlack = 1'000'000;
 constexpr std::chrono::seconds kIdleAfter{1};
+/// Packets between two pauses at most, so that an overload leaves the core to others now and then.
+constexpr int kLongestRun = 64;
 
 }  // namespace
 
 void Pacing::Sleep(Cycle cycle) {
+  if (cycle == Cycle::kBacklog && ++run_ < kLongestRun) return;
+  run_ = 0;
+
   const unsigned long wanted = WantedSlack(cycle);
   if (wanted != slack_ && prctl(PR_SET_TIMERSLACK, wanted, 0, 0, 0) == 0) slack_ = wanted;
 
@@ -27,9 +31,8 @@ void Pacing::Sleep(Cycle cycle) {
 
 unsigned long Pacing::WantedSlack(Cycle cycle) {
   const Clock::time_point now = Clock::now();
-  if (cycle == Cycle::kIdle) return now - last_packet_ > kIdleAfter ? kIdleSlack : kDefaultSlack;
-  last_packet_ = now;
-  return cycle == Cycle::kBacklog ? kExactSlack : kDefaultSlack;
+  if (cycle != Cycle::kIdle) last_packet_ = now;
+  return now - last_packet_ > kIdleAfter ? kIdleSlack : kDefaultSlack;
 }
 
 }  // namespace tevoro::lidar
