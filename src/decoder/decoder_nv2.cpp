@@ -4,11 +4,6 @@
 #include "common/cloud_types.h"
 
 namespace tevoro::lidar {
-namespace {
-
-constexpr double kImuRateScale = 2.0345e-05;  // half turns per second and count
-
-}  // namespace
 
 template <typename PC>
 NV2Impl<PC>::NV2Impl(Decoder<PC>* owner) : owner_(owner) {

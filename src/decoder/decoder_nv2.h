@@ -26,6 +26,7 @@ class NV2Impl {
   static int32_t DistanceCode(uint32_t measurement) { return static_cast<int32_t>(measurement >> 16); }
   static constexpr size_t kImu = 1197;
   static constexpr size_t kUtc = 1210;
+  static constexpr double kImuRateScale = 2.0345e-05;  ///< half turns per second and count
 
   explicit NV2Impl(Decoder<PC>* owner);
 

@@ -60,6 +60,10 @@ std::string CalibrationText(const DriverParam& param, const DriverStatistics& st
   return "unknown";
 }
 
+double SecondsSinceEpoch() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 /// Prints the line of every second from the difference to the second before.
 class StatusLine {
  public:
@@ -126,7 +130,7 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
 }
 
 void Live(const LiveOptions& options) {
-  FrameExport files(options.files);
+  FrameExport files(options.files, options.param);
   std::optional<ImuFile> imu;
   if (!options.param.calib_from_lidar) {
     CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
@@ -147,17 +151,21 @@ void Live(const LiveOptions& options) {
     over = Interrupted() || (options.seconds > 0.0 && status.Elapsed(Clock::now()) >= options.seconds) ||
            (options.frames > 0 && session.Counts().frames >= options.frames);
     const LiveSession::Arrivals arrivals = session.Take(std::chrono::milliseconds(over ? 0 : 50));
-    for (const auto& cloud : arrivals.clouds) {
+    for (const auto& [cloud, first_packet, last_packet] : arrivals.clouds) {
       if (options.frames == 0 || static_cast<std::uint64_t>(stored) < options.frames) {
-        files.Write(*cloud, {.model = options.param.lidar_type, .number = stored++});
+        files.Write(*cloud, {.model = options.param.lidar_type,
+                             .number = stored++,
+                             .first_packet = first_packet,
+                             .last_packet = last_packet});
       }
     }
-    for (const auto& sample : arrivals.imu_samples) {
-      files.WriteImu(*sample);
+    for (const auto& [sample, received] : arrivals.imu_samples) {
+      files.WriteImu(*sample, received);
       if (imu) {
         imu->Write(*sample);
       }
     }
+    files.WriteStatus(session.Statistics(), SecondsSinceEpoch());
     status.PrintIfDue(session);
   }
   if (imu) {
@@ -166,7 +174,7 @@ void Live(const LiveOptions& options) {
   }
   files.Commit();
   if (files.files() > 0) {
-    Say(std::to_string(files.files()) + " files are in " + options.files.folder);
+    Say(files.Summary());
   }
   const DriverStatistics statistics = session.Stop();
   Conclude(options, session.Counts(), statistics);

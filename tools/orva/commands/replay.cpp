@@ -29,7 +29,10 @@ constexpr const char* kExamples =
     "      writes clouds/frame_0000.pcd and so on\n"
     "  orva replay street.pcap --model TS6 --calib calib/ --port 6699 \\\n"
     "      --distance 0.5 80 --mount 0 0 1.8 0 2.5 0 \\\n"
-    "      --format pcd,ply,csv --out clouds/\n";
+    "      --format pcd,ply,csv --out clouds/\n"
+    "  orva replay street.pcap --model TS4B --calib calib/ --format mcap \\\n"
+    "      --out street.mcap\n"
+    "      writes all frames, as messages of ROS 2, into one file\n";
 
 struct ReplayOptions {
   DriverParam param = OpenParam(PCAP);
@@ -38,7 +41,7 @@ struct ReplayOptions {
 };
 
 void Replay(const ReplayOptions& options) {
-  FrameExport files(options.files);
+  FrameExport files(options.files, options.param);
   CheckFrameList(options.frames);
   CatchInterrupts();
 
@@ -52,7 +55,16 @@ void Replay(const ReplayOptions& options) {
     Progress progress("replaying", static_cast<int>(frames.size()));
     progress.Line(FrameTableHead());
     session.Play(frames, [&](int frame, int part, const Cloud& cloud) {
-      files.Write(cloud, {.model = options.param.lidar_type, .number = frame, .part = part});
+      const FrameOrigin& origin = session.Origin();
+      for (const auto& [sample, received] : origin.imu) {
+        files.WriteImu(sample, received);
+      }
+      files.Write(cloud, {.model = options.param.lidar_type,
+                          .number = frame,
+                          .part = part,
+                          .first_packet = origin.first_packet,
+                          .last_packet = origin.last_packet});
+      files.WriteStatus(origin.statistics, origin.last_packet);
       summary.Add(frame, cloud);
       progress.Line(FrameTableRow(frame, part, cloud));
       progress.Step(summary.clouds());
@@ -65,7 +77,7 @@ void Replay(const ReplayOptions& options) {
   summary.Tell(session);
   files.Commit();
   if (files.files() > 0) {
-    Say(std::to_string(files.files()) + " files are in " + options.files.folder);
+    Say(files.Summary());
   }
 }
 

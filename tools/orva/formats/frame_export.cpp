@@ -30,10 +30,6 @@ std::string FileName(const FrameInfo& info, const CloudFormat& format) {
   return FrameName(info.number) + part + "." + format.name;
 }
 
-std::string StreamName(const CloudFormat& format) {
-  return std::string("frames.") + format.name;
-}
-
 /// A file that a run over all frames would write: frame_ and a number, of this format.
 bool IsFrameFile(const fs::path& path, const CloudFormat& format) {
   const std::string name = path.filename().string();
@@ -42,7 +38,8 @@ bool IsFrameFile(const fs::path& path, const CloudFormat& format) {
 
 }  // namespace
 
-FrameExport::FrameExport(const ExportOptions& options) : options_(options) {
+FrameExport::FrameExport(const ExportOptions& options, const DriverParam& param)
+    : options_(options), param_(param) {
   std::istringstream list(options.formats);
   for (std::string name; std::getline(list, name, ',');) {
     const CloudFormat& format = Find(name);
@@ -62,7 +59,13 @@ void FrameExport::Open(std::span<const int> frames) {
     return;
   }
   const fs::path folder = options_.folder;
-  MakeFolder(folder);
+  if (frame_formats_.empty() && StreamPath(*streams_.front().format) == folder) {
+    if (folder.has_parent_path()) {
+      MakeFolder(folder.parent_path());
+    }
+  } else {
+    MakeFolder(folder);
+  }
   for (const CloudFormat* format : frame_formats_) {
     for (const int frame : frames) {
       RefuseExisting(folder / FileName({.number = frame}, *format), options_.existing);
@@ -77,8 +80,20 @@ void FrameExport::Open(std::span<const int> frames) {
     }
   }
   for (Stream& stream : streams_) {
-    stream.file = stream.format->open(folder / StreamName(*stream.format), options_.existing);
+    StreamOptions stream_options = {options_.existing, param_, options_.mcap};
+    if (options_.valid_only) {
+      stream_options.mcap.cloud.invalid = messages::InvalidPoints::kDrop;
+    }
+    stream.file = stream.format->open(StreamPath(*stream.format), stream_options);
   }
+}
+
+/// FOLDER/frames.NAME, or what --out names where it names the one file: street.mcap.
+fs::path FrameExport::StreamPath(const CloudFormat& format) const {
+  const fs::path folder = options_.folder;
+  const std::string extension = std::string(".") + format.name;
+  const bool is_file = frame_formats_.empty() && streams_.size() == 1 && folder.extension() == extension;
+  return is_file ? folder : folder / ("frames" + extension);
 }
 
 void FrameExport::Write(const Cloud& cloud, const FrameInfo& info) {
@@ -105,10 +120,18 @@ void FrameExport::Write(const Cloud& cloud, const FrameInfo& info) {
   }
 }
 
-void FrameExport::WriteImu(const ImuMsg& sample) {
+void FrameExport::WriteImu(const ImuMsg& sample, double received) {
   for (const Stream& stream : streams_) {
     if (stream.file != nullptr) {
-      stream.file->WriteImu(sample);
+      stream.file->WriteImu(sample, received);
+    }
+  }
+}
+
+void FrameExport::WriteStatus(const DriverStatistics& statistics, double now) {
+  for (const Stream& stream : streams_) {
+    if (stream.file != nullptr) {
+      stream.file->WriteStatus(statistics, now);
     }
   }
 }
@@ -123,6 +146,13 @@ void FrameExport::Commit() {
   }
 }
 
+std::string FrameExport::Summary() const {
+  if (!streams_.empty() && StreamPath(*streams_.front().format) == fs::path(options_.folder)) {
+    return "the frames are in " + options_.folder;
+  }
+  return (files_ == 1 ? "1 file is in " : std::to_string(files_) + " files are in ") + options_.folder;
+}
+
 std::string FrameName(int frame) {
   const std::string number = std::to_string(frame);
   return "frame_" + std::string(number.size() < 4 ? 4 - number.size() : 0, '0') + number;
@@ -135,17 +165,15 @@ void AddForceOption(CLI::App& command, Existing& existing) {
 
 void AddExportOptions(CLI::App& command, ExportOptions& options) {
   CLI::Option* out =
-      command.add_option("--out,--export", options.folder, "Folder for the clouds; without it: no files")
+      command.add_option("--out,--export", options.folder, "Folder or FILE.mcap; without it: no files")
           ->type_name("DIR");
-  command
-      .add_option("--format", options.formats,
-                  "Formats of the clouds, one or several with commas between them")
-      ->capture_default_str()
-      ->needs(out)
-      ->type_name(FormatNames("|", "|"));
+  CLI::Option* format = command.add_option("--format", options.formats,
+                                           "Formats of the clouds, one or several with commas between them");
+  format->capture_default_str()->needs(out)->type_name(FormatNames("|", "|"));
   command.add_flag("--valid-only", options.valid_only, "Leave out points without a return (the origin)")
       ->needs(out);
   AddForceOption(command, options.existing);
+  AddMcapOptions(command, format, options.mcap);
 }
 
 }  // namespace orva

@@ -18,13 +18,15 @@ namespace orva {
 
 /// What replay and live are told about the files that they write.
 struct ExportOptions {
-  std::string folder;  ///< empty: no files
+  std::string folder;  ///< empty: no files. With one format of a file for all frames also that file
   std::string formats = "pcd";
   bool valid_only = false;
   Existing existing = Existing::kKeep;
+  McapOptions mcap;
 };
 
-/// Adds --out, --format, --valid-only and --force. `options` must outlive the parsing.
+/// Adds --out, --format, --valid-only, --force and those of single formats. `options` must outlive the
+/// parsing.
 void AddExportOptions(CLI::App& command, ExportOptions& options);
 /// --force alone, for commands that write other files.
 void AddForceOption(CLI::App& command, Existing& existing);
@@ -32,8 +34,8 @@ void AddForceOption(CLI::App& command, Existing& existing);
 /// Stores clouds in one folder, in all the formats that were asked for.
 class FrameExport {
  public:
-  /// Throws WrongUsage for an unknown format.
-  explicit FrameExport(const ExportOptions& options);
+  /// `param`: where the frames will come from. Throws WrongUsage for an unknown format.
+  FrameExport(const ExportOptions& options, const DriverParam& param);
 
   /// Has a file a place for IMU samples?
   bool takes_imu() const { return wanted() && !streams_.empty(); }
@@ -44,11 +46,14 @@ class FrameExport {
   void Open(std::span<const int> frames = {});
   /// Writes nothing for an empty cloud. A file for one frame appears complete or not at all.
   void Write(const Cloud& cloud, const FrameInfo& info);
-  void WriteImu(const ImuMsg& sample);
+  void WriteImu(const ImuMsg& sample, double received);
+  void WriteStatus(const DriverStatistics& statistics, double now);
   /// Completes the files that hold all frames.
   void Commit();
 
   int files() const { return files_; }
+  /// What was written, for the person: "20 files are in clouds/".
+  std::string Summary() const;
 
  private:
   struct Stream {
@@ -56,7 +61,10 @@ class FrameExport {
     std::unique_ptr<CloudStream> file;
   };
 
+  std::filesystem::path StreamPath(const CloudFormat& format) const;
+
   ExportOptions options_;
+  DriverParam param_;
   std::vector<const CloudFormat*> frame_formats_;
   std::vector<Stream> streams_;
   int files_ = 0;

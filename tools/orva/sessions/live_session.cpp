@@ -22,6 +22,8 @@ LiveSession::LiveSession(const DriverParam& param, bool keep_clouds, bool keep_i
                                      [] { return std::make_shared<Cloud>(); });
   driver_.RegisterImuCallBack([this](std::shared_ptr<ImuMsg> sample) { PutImu(std::move(sample)); },
                               [] { return std::make_shared<ImuMsg>(); });
+  driver_.RegisterPacketCallBack(
+      [this](const std::uint8_t*, std::size_t, double received) { TakePacket(received); });
   if (!driver_.InitDriver(param)) {
     throw Failure(CannotListen(param));
   }
@@ -53,14 +55,23 @@ LiveCounts LiveSession::Counts() {
   return counts_;
 }
 
+void LiveSession::TakePacket(double received) {
+  if (coming_.first_packet == 0.0) {
+    coming_.first_packet = received;
+  }
+  coming_.last_packet = received;
+}
+
 void LiveSession::PutCloud(std::shared_ptr<Cloud> cloud) {
+  Frame frame = std::exchange(coming_, {});
   const std::lock_guard lock(mutex_);
   ++counts_.frames;
   counts_.points += cloud->points.size();
   if (keep_clouds_ && arrivals_.clouds.size() >= kMostClouds) {
     ++counts_.missed;
   } else if (keep_clouds_) {
-    arrivals_.clouds.push_back(std::move(cloud));
+    frame.cloud = std::move(cloud);
+    arrivals_.clouds.push_back(std::move(frame));
   }
   arrived_.notify_one();
 }
@@ -71,7 +82,7 @@ void LiveSession::PutImu(std::shared_ptr<ImuMsg> sample) {
   if (keep_imu_ && arrivals_.imu_samples.size() >= kMostImuSamples) {
     ++counts_.missed;
   } else if (keep_imu_) {
-    arrivals_.imu_samples.push_back(std::move(sample));
+    arrivals_.imu_samples.push_back({std::move(sample), coming_.last_packet});
     arrived_.notify_one();
   }
 }

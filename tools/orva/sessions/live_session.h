@@ -31,9 +31,19 @@ class LiveSession {
   LiveSession(const LiveSession&) = delete;
   LiveSession& operator=(const LiveSession&) = delete;
 
+  /// Times are when packets were received, seconds since the epoch.
+  struct Frame {
+    std::shared_ptr<Cloud> cloud;
+    double first_packet = 0.0;
+    double last_packet = 0.0;
+  };
+  struct ImuSample {
+    std::shared_ptr<ImuMsg> sample;
+    double received = 0.0;
+  };
   struct Arrivals {
-    std::vector<std::shared_ptr<Cloud>> clouds;
-    std::vector<std::shared_ptr<ImuMsg>> imu_samples;
+    std::vector<Frame> clouds;
+    std::vector<ImuSample> imu_samples;
   };
   /// Waits until something arrives, at most for `patience`.
   Arrivals Take(std::chrono::milliseconds patience);
@@ -46,12 +56,15 @@ class LiveSession {
   void PutCloud(std::shared_ptr<Cloud> cloud);
   void PutImu(std::shared_ptr<ImuMsg> sample);
 
+  void TakePacket(double received);
+
   bool keep_clouds_;
   bool keep_imu_;
   std::mutex mutex_;
   std::condition_variable arrived_;
   Arrivals arrivals_;
   LiveCounts counts_;
+  Frame coming_;              ///< times of the frame that is being decoded; the decoding thread's own
   OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
 };
 

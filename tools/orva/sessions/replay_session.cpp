@@ -20,12 +20,21 @@ constexpr std::size_t kWaitingClouds = 3;
 /// A play ends a moment after its last cloud, without a signal: the next request is repeated at this pace.
 constexpr std::chrono::microseconds kRetry(200);
 
+/// `origin` becomes `next`, with the samples of both: those of a cloud that is not shown are not lost.
+void Follow(FrameOrigin& origin, FrameOrigin next) {
+  next.imu.insert(next.imu.begin(), origin.imu.begin(), origin.imu.end());
+  origin = std::move(next);
+}
+
 }  // namespace
 
-ReplaySession::ReplaySession(const DriverParam& param) : param_(param) {
+ReplaySession::ReplaySession(const DriverParam& param) : param_(param), imu_packets_(param.lidar_type) {
   CheckCapture(param.input_param.pcap_path);
   driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { Put(std::move(cloud)); },
                                      [] { return std::make_shared<Cloud>(); });
+  driver_.RegisterPacketCallBack([this](const std::uint8_t* data, std::size_t length, double received) {
+    TakePacket(data, length, received);
+  });
   driver_.RegisterExceptionCallBack([this](const Error& error) {
     saw_wrong_length_ = saw_wrong_length_ || error.error_code == ERROR_MSOP_LENGTH;
     saw_wrong_id_ = saw_wrong_id_ || error.error_code == ERROR_MSOP_ID;
@@ -78,7 +87,7 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
   // NV2 compares each line with the line before, also with that of the index pass: its play may begin with a
   // short cloud left over from elsewhere. Only the last cloud is the frame.
   const bool last_only = param_.lidar_type == NV2;
-  std::deque<std::shared_ptr<Cloud>> finished;
+  std::deque<Finished> finished;
   RequestNext(frames.front(), finished);
   for (std::size_t i = 0; i < frames.size() && !Interrupted(); ++i) {
     // After the last frame it is asked for once more: that the driver accepts this tells that the play is
@@ -86,24 +95,31 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
     const int next = frames[i + 1 < frames.size() ? i + 1 : i];
     std::shared_ptr<Cloud> held;
     int part = 0;
+    const auto give = [&] {
+      if (held != nullptr) {
+        take(frames[i], part++, *held);
+        origin_.imu.clear();
+      }
+    };
     for (bool over = false; !over && !Interrupted();) {
       over = RequestNext(next, finished);
       for (; !finished.empty(); finished.pop_front()) {
-        if (held != nullptr && !last_only) {
-          take(frames[i], part++, *held);
+        if (!last_only) {
+          give();
         }
-        held = finished.front();
+        held = std::move(finished.front().cloud);
+        Follow(origin_, std::move(finished.front().origin));
       }
     }
-    if (held != nullptr && !Interrupted()) {
-      take(frames[i], part, *held);
+    if (!Interrupted()) {
+      give();
     }
   }
 }
 
 /// Takes the clouds of the play under way, and starts the next play if that one is over. No cloud of the next
 /// play gets among them: Put waits for the lock.
-bool ReplaySession::RequestNext(int frame, std::deque<std::shared_ptr<Cloud>>& finished) {
+bool ReplaySession::RequestNext(int frame, std::deque<Finished>& finished) {
   std::unique_lock lock(mutex_);
   const bool accepted = driver_.SetLocalFrame(frame);
   if (!accepted && clouds_.empty()) {
@@ -114,11 +130,23 @@ bool ReplaySession::RequestNext(int frame, std::deque<std::shared_ptr<Cloud>>& f
   return accepted;
 }
 
+void ReplaySession::TakePacket(const std::uint8_t* data, std::size_t length, double received) {
+  if (coming_.first_packet == 0.0) {
+    coming_.first_packet = received;
+  }
+  coming_.last_packet = received;
+  if (const auto sample = imu_packets_.Read(data, length)) {
+    coming_.imu.emplace_back(*sample, received);
+  }
+}
+
 void ReplaySession::Put(std::shared_ptr<Cloud> cloud) {
+  driver_.GetStatistics(coming_.statistics);
+  FrameOrigin origin = std::exchange(coming_, {});
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return closing_ || clouds_.size() < kWaitingClouds; });
   if (!closing_) {
-    clouds_.push_back(std::move(cloud));
+    clouds_.push_back({std::move(cloud), std::move(origin)});
     changed_.notify_all();
   }
 }

@@ -8,11 +8,21 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
+#include "captures/imu_packets.h"
 #include "shared/cloud.h"
 
 namespace orva {
+
+/// What came with a cloud. Times are those of the recording, seconds since the epoch.
+struct FrameOrigin {
+  double first_packet = 0.0;
+  double last_packet = 0.0;
+  std::vector<std::pair<ImuMsg, double>> imu;  ///< samples since the cloud before, and when each was received
+  DriverStatistics statistics;                 ///< as the frame ended
+};
 
 /// A recording, opened and indexed, whose frames are played in a chosen order.
 class ReplaySession {
@@ -34,19 +44,31 @@ class ReplaySession {
   /// Returns early after Ctrl-C. To be called once, after Index.
   void Play(const std::vector<int>& frames, const Take& take);
 
+  /// While `take` is called: about that cloud.
+  const FrameOrigin& Origin() const { return origin_; }
+
   /// Packet faults that the driver has reported so far; it throttles them.
   bool saw_wrong_length() const { return saw_wrong_length_; }
   bool saw_wrong_id() const { return saw_wrong_id_; }
 
  private:
-  bool RequestNext(int frame, std::deque<std::shared_ptr<Cloud>>& finished);
+  struct Finished {
+    std::shared_ptr<Cloud> cloud;
+    FrameOrigin origin;
+  };
+
+  bool RequestNext(int frame, std::deque<Finished>& finished);
+  void TakePacket(const std::uint8_t* data, std::size_t length, double received);
   void Put(std::shared_ptr<Cloud> cloud);
 
   DriverParam param_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<std::shared_ptr<Cloud>> clouds_;  ///< of the play under way, not yet taken
+  std::deque<Finished> clouds_;  ///< of the play under way, not yet taken
   bool closing_ = false;
+  FrameOrigin origin_;
+  FrameOrigin coming_;  ///< of the frame that is being decoded; the replay thread's own
+  ImuPackets imu_packets_;
   std::atomic<bool> saw_wrong_length_ = false;
   std::atomic<bool> saw_wrong_id_ = false;
   OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
