@@ -26,7 +26,7 @@
 #include "input/input_sock.h"
 #include "online/online_manager.h"
 #include "support/console_capture.h"
-#include "support/fake_sensor.h"
+#include "support/player.h"
 
 namespace {
 std::atomic<unsigned long> allocations{0};

@@ -190,16 +190,5 @@ TEST(CalibrationText, DecimalPointInEveryLocale) {
   EXPECT_EQ(values, (std::vector<float>{1.5F, 2.25F}));
 }
 
-TEST(ParamService, RecordsAndDefaults) {
-  ParamService service;
-  for (const LidarType model : {TS4, TS4A, TS4B, TS6}) {
-    const CheckParam& check = *service.GetCheckParam(model);
-    const float filter[8] = {0, 0, 0, 0, 5, 5, 2, 0};
-    EXPECT_EQ(std::memcmp(filter, &check.near_filter, sizeof(filter)), 0);
-    EXPECT_EQ(check.azimuth[49151] + check.elevation[0] + check.weight[3], 0.0F);
-  }
-  EXPECT_EQ(service.GetCheckParam(static_cast<LidarType>(2)), nullptr);
-}
-
 }  // namespace
 }  // namespace orva::test

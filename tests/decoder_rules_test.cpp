@@ -136,22 +136,6 @@ TEST(NV2Rules, LinesAnglesAndImu) {
   EXPECT_EQ(rig.imu.size(), 1U) << "the all-zero sample of the start is no news";
 }
 
-TEST(DecoderBase, MountsAndLimits) {
-  const DecoderParam param = {0, 10, -180, 180, -90, 90, true, 1, 2, 3, 90, 0, 90};
-  const SourceRig rig(TS4B, param);
-  float x = 1.0F;
-  float y = 10.0F;
-  float z = 100.0F;
-  rig.decoder->TransformPoint(x, y, z);  // roll: (1, -100, 10); then yaw: (100, 1, 10)
-  EXPECT_NEAR(x, 101.0, 1e-4);
-  EXPECT_NEAR(y, 3.0, 1e-4);
-  EXPECT_NEAR(z, 13.0, 1e-4);
-  EXPECT_TRUE(rig.decoder->IsDistanceRange(0.0F) && rig.decoder->IsDistanceRange(10.0F));
-  EXPECT_FALSE(rig.decoder->IsDistanceRange(10.01F) || rig.decoder->IsDistanceRange(NAN));
-  EXPECT_TRUE(rig.decoder->IsAngleRange(-180.0F, 90.0F));
-  EXPECT_FALSE(rig.decoder->IsAngleRange(NAN, 0.0F) || rig.decoder->IsAngleRange(0.0F, -90.1F));
-}
-
 constexpr const char* kLengthLine = "ProcessMsopPacket MSOP_LEN:1360 size:1359\n";
 constexpr const char* kIdentifierLine = "ProcessMsopPacket MSOP_ID\n";
 
@@ -204,24 +188,6 @@ TEST(DecoderBase, RefusesAndReports) {
   process(other.decoder, good, 1359);
   EXPECT_EQ(reports, "65 66 65 66 65 ");
   EXPECT_TRUE(rig.decoder->point_cloud_->points.empty());
-}
-
-TEST(DecoderMemory, NothingIsAllocatedPerPacket) {
-  Random random(11);
-  for (const WireLayout& layout : WIRE_LAYOUTS) {
-    SCOPED_TRACE(layout.name);
-    SourceRig rig(layout.model, OpenLimits());
-    auto cloud = std::make_shared<PointCloud<PointSource>>();
-    cloud->points.reserve(200 * 192);
-    rig.decoder->point_cloud_ = cloud;
-    rig.decoder->RegisterCallBack([](const Error&) {}, [](const uint16_t&, const double&) {});
-    std::vector<Packet> packets;
-    for (int i = 0; i < 100; ++i) packets.push_back(PlausiblePacket(random, layout.model));
-    rig.imu.reserve(200);
-    const unsigned long before = AllocationCount();
-    for (const Packet& packet : packets) rig.decoder->ProcessMsopPacket(packet.data(), packet.size(), 0);
-    EXPECT_EQ(AllocationCount(), before);
-  }
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The calibration download: how a stream is put together and parsed, and what the sensor is asked.
-#include <cstring>
-
 #include "online/calibration_loader.h"
 #include "param/calibration_stream.h"
+#include "sim/calibration_server.h"
 #include "support/calibrations.h"
-#include "support/fake_sensor.h"
+#include "support/console_capture.h"
+#include "support/player.h"
 
 namespace orva::test {
 namespace {
@@ -29,6 +29,10 @@ struct Download {
     for (size_t at = 0; at < bytes.size(); at += chunk) {
       Push(CalibrationReply(bytes.size(), bytes.substr(at, chunk)));
     }
+    EXPECT_TRUE(complete);
+  }
+  bool Holds(const CheckParam& wanted) const {
+    return std::memcmp(record.get(), &wanted, sizeof(CheckParam)) == 0;
   }
 
   LidarType model;
@@ -38,20 +42,15 @@ struct Download {
   bool complete = false;
 };
 
-bool SameBytes(const CheckParam& a, const CheckParam& b) {
-  return std::memcmp(&a, &b, sizeof(CheckParam)) == 0;
-}
-
 TEST(CalibrationStream, FillsTheRecordByteForByteInAnyOrder) {
   Random random(1);
   const auto sent = PlausibleCalibration(random);
-  for (const LidarType model : {TS4A, TS4B, TS6}) {
+  for (const LidarType model : {TS4, TS4A, TS4B, TS6}) {
     for (const char* order : {"ABCD", "DCBA", "BADC"}) {
       const ConsoleCapture quiet;
       Download download(model);
-      download.PushAll(SectionStream(*sent, order), 1000);
-      EXPECT_TRUE(download.complete);
-      EXPECT_TRUE(SameBytes(*download.record, *sent)) << model << order;
+      download.PushAll(SectionStream(*sent, order), model == TS4 ? 2009 : 1000);
+      EXPECT_TRUE(download.Holds(model == TS4 ? CheckParam() : *sent)) << model << order;
     }
   }
 }
@@ -65,13 +64,7 @@ TEST(CalibrationStream, LeavesOutWhatIsMissingOrShort) {
   const std::string short_table = SectionStream(*sent, "A").substr(0, 196'608);
   Download download;
   download.PushAll(short_table + SectionStream(*sent, "C") + "more", 2009);
-  EXPECT_TRUE(download.complete);
-  EXPECT_TRUE(SameBytes(*download.record, want));
-
-  Download ts4(TS4);
-  ts4.PushAll(SectionStream(*sent), 2009);
-  EXPECT_TRUE(ts4.complete);
-  EXPECT_TRUE(SameBytes(*ts4.record, CheckParam()));
+  EXPECT_TRUE(download.Holds(want));
 }
 
 TEST(CalibrationStream, TakesTheFirstMarkerOnAWordEvenInsideData) {
@@ -82,31 +75,33 @@ TEST(CalibrationStream, TakesTheFirstMarkerOnAWordEvenInsideData) {
   std::memcpy(want.azimuth, sent->azimuth, sizeof(want.azimuth));
   std::memcpy(want.weight, &sent->elevation[101], sizeof(want.weight));
   std::memcpy(want.near_filter, sent->near_filter, sizeof(want.near_filter));
-  Download download;
+  Download download, shifted;
   download.PushAll(SectionStream(*sent, "ADCB"), 1000);
-  EXPECT_TRUE(SameBytes(*download.record, want));
-
-  Download shifted;  // off the words: no marker at all
+  EXPECT_TRUE(download.Holds(want));
   shifted.PushAll("x" + SectionStream(*sent, "CD"), 1000);
-  EXPECT_TRUE(shifted.complete);
-  EXPECT_TRUE(SameBytes(*shifted.record, CheckParam()));
+  EXPECT_TRUE(shifted.Holds(CheckParam())) << "off the words there is no marker";
 }
 
 TEST(CalibrationStream, SaysWhatToAskNext) {
   Download download;
-  EXPECT_EQ(download.Push(CalibrationReply(2500, std::string(1000, 'x'))), 1000);
-  EXPECT_FALSE(download.last_chunk);
-  download.last_chunk = true;
-  EXPECT_EQ(download.Push("ZZZ"), -1);
-  EXPECT_EQ(download.Push("ZZZY" + std::string(100, 'x')), -1);
-  EXPECT_TRUE(download.last_chunk);                                           // untouched by a refused reply
-  EXPECT_EQ(download.Push(CalibrationReply(9, std::string(700, 'x'))), 700);  // the first length counts
-  EXPECT_FALSE(download.last_chunk);
-  EXPECT_EQ(download.Push("ZZZZ" + std::string(25, 'x')), -10);  // a short reply lowers the count
-  EXPECT_EQ(download.Push(CalibrationReply(2500, std::string(500, 'x'))), 310);
-  EXPECT_TRUE(download.last_chunk);
-  EXPECT_FALSE(download.complete);
-  EXPECT_EQ(download.Push(CalibrationReply(2500, std::string(310, 'x'))), 0);
+  const struct {
+    std::string reply;
+    int next;
+    bool last_chunk;
+  } cases[] = {{CalibrationReply(2500, std::string(1000, 'x')), 1000, false},
+               {"ZZZ", -1, false},
+               {"ZZZY" + std::string(100, 'x'), -1, false},
+               {CalibrationReply(9, std::string(700, 'x')), 700, false},  // the first length counts
+               {"ZZZZ" + std::string(25, 'x'), -10, false},               // a short reply lowers the count
+               {CalibrationReply(2500, std::string(500, 'x')), 310, true},
+               {"ZZZ", -1, true},  // a refused reply leaves it as it was
+               {CalibrationReply(2500, std::string(310, 'x')), 0, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    EXPECT_FALSE(download.complete);
+    EXPECT_EQ(download.Push(c.reply), c.next);
+    EXPECT_EQ(download.last_chunk, c.last_chunk);
+  }
   EXPECT_TRUE(download.complete);
 }
 
@@ -131,18 +126,17 @@ TEST(CalibrationStream, StoresNoMoreThanSixteenMebibytes) {
   std::string stream(17U << 20, 'x');
   stream.replace(kLimit - 64, 20, SectionStream(*sent, "C"));
   stream.replace(kLimit - 32, 36, SectionStream(*sent, "D"));  // its last floats are not kept
+  CheckParam want;
+  std::memcpy(want.weight, sent->weight, sizeof(want.weight));
   Download download;
   download.PushAll(stream, 2009);
-  EXPECT_TRUE(download.complete);
-  EXPECT_EQ(std::memcmp(download.record->weight, sent->weight, sizeof(sent->weight)), 0);
-  EXPECT_EQ(std::memcmp(download.record->near_filter, CheckParam().near_filter, sizeof(sent->near_filter)),
-            0);
+  EXPECT_TRUE(download.Holds(want));
 }
 
 /// A download over real sockets, on a thread of its own.
 struct Loading {
-  Loading(LidarType model, CommandPort& port)
-      : service(std::make_shared<ParamService>()), loader(model, port.Param(), service) {
+  explicit Loading(uint16_t sensor_port)
+      : service(std::make_shared<ParamService>()), loader(TS4B, CommandParam(sensor_port), service) {
     EXPECT_TRUE(loader.Init());
     thread.Start([this] { loader.Run(thread); });
   }
@@ -158,62 +152,72 @@ struct Loading {
 TEST(CalibrationLoader, AsksChunkByChunkAndAnnouncesTheLast) {
   Random random(6);
   const auto sent = PlausibleCalibration(random);
-  CommandPort port(CommandPort::Obedient(SectionStream(*sent)));
-  Loading loading(TS4B, port);
+  const std::string stream = SectionStream(*sent);
+  const sim::CalibrationServer server({stream.begin(), stream.end()}, kLoopback, 0);
+  Loading loading(server.Port());
   ASSERT_TRUE(loading.Completes());
-  EXPECT_TRUE(SameBytes(*loading.service->GetCheckParam(TS4B), *sent));
+  EXPECT_EQ(std::memcmp(loading.service->GetCheckParam(TS4B), sent.get(), sizeof(CheckParam)), 0);
   EXPECT_FALSE(loading.loader.TakeRecord());
-
-  const auto requests = port.Requests(394);
-  ASSERT_EQ(requests.size(), 394U);
-  for (uint32_t i = 0; i < 393; ++i) ASSERT_EQ(requests[i], (CalibrationRequest{0, 1000 * i, 1000}));
-  EXPECT_EQ(requests[393], (CalibrationRequest{1, 393'000, 280}));
   loading.thread.Stop();
-  EXPECT_EQ(port.RequestCount(), 394U);
+  const auto requests = server.Requests();
+  ASSERT_EQ(requests.size(), 394U);
+  for (uint32_t i = 0; i < 394; ++i) {
+    ASSERT_EQ(requests[i].offset, 1000 * i);
+    ASSERT_EQ(requests[i].count, i < 393 ? 1000 : 280);
+    ASSERT_EQ(requests[i].last_chunk, i < 393 ? 0 : 1);
+  }
 }
 
-/// Each script with the requests that it must provoke.
+std::string Request(bool last_chunk, uint32_t offset, uint32_t count) {
+  std::string bytes = "\xA5\xA5\xA5\xA5" + std::string(1, last_chunk ? '\1' : '\0');
+  bytes += LittleEndian32(offset) + LittleEndian32(count).substr(0, 2);
+  unsigned sum = 0;
+  for (const char byte : bytes) sum += static_cast<uint8_t>(byte);
+  return bytes + static_cast<char>(sum);
+}
+
+/// What the sensor is asked, depending on what it answered before; an empty reply is none.
 TEST(CalibrationLoader, RequestSequences) {
   const CheckParam check;
   const std::string stream = SectionStream(check, "CD");  // 56 bytes
   const std::string whole = CalibrationReply(stream.size(), stream);
   const std::string half = CalibrationReply(2000, std::string(1000, 'x'));
-  using Answers = std::vector<std::string>;
-  struct Case {
+  const std::string more = CalibrationReply(2000, std::string(1003, 'x'));
+  const std::string endless = CalibrationReply(0x7FFFFF00, "1234");
+  const std::string first = Request(false, 0, 1000), closing = Request(false, 0, 100);
+  const struct {
     const char* name;
-    CommandPort::Script script;
-    std::vector<CalibrationRequest> requests;
+    std::vector<std::pair<std::string, std::string>> steps;
     bool completes = true;
   } cases[] = {
       {"complete in one reply: one closing request, repeated until answered",
-       [&](const CalibrationRequest&, size_t n) { return n == 0 || n == 3 ? Answers{whole} : Answers{}; },
-       {{0, 0, 1000}, {0, 0, 100}, {0, 0, 100}, {0, 0, 100}}},
-      {"silence: the same request again",
-       [&](const CalibrationRequest&, size_t n) { return n < 2 ? Answers{} : Answers{whole}; },
-       {{0, 0, 1000}, {0, 0, 1000}, {0, 0, 1000}, {0, 0, 100}}},
+       {{first, whole}, {closing, ""}, {closing, ""}, {closing, whole}}},
+      {"silence: the same request again", {{first, ""}, {first, ""}, {first, whole}, {closing, whole}}},
       {"garbage: count 65535, then one off the offset",
-       [&](const CalibrationRequest&, size_t n) { return n == 0 ? Answers{"nonsense"} : Answers{half}; },
-       {{0, 0, 1000}, {0, 1000, 65535}, {1, 999, 1000}}},
+       {{first, "nonsense"}, {Request(false, 1000, 65535), half}, {Request(true, 999, 1000), half}}},
       {"a short reply lowers the count",
-       [&](const CalibrationRequest&, size_t n) {
-         return n == 0 ? Answers{half.substr(0, 36)}
-                       : Answers{CalibrationReply(2000, std::string(1003, 'x'))};
-       },
-       {{0, 0, 1000}, {0, 1000, 65533}, {1, 997, 1000}}},
+       {{first, half.substr(0, 36)}, {Request(false, 1000, 65533), more}, {Request(true, 997, 1000), more}}},
       {"an announced length that never comes",
-       [&](const CalibrationRequest&, size_t) { return Answers{CalibrationReply(0x7FFFFF00, "1234")}; },
-       {{0, 0, 1000}, {0, 1000, 4}, {0, 1004, 4}, {0, 1008, 4}},
+       {{first, endless}, {Request(false, 1000, 4), endless}, {Request(false, 1004, 4), endless}},
        false},
   };
-  for (Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const ConsoleCapture quiet;
-    CommandPort port(c.script);
-    Loading loading(TS4B, port);
-    EXPECT_EQ(port.Requests(c.requests.size()), c.requests);
-    if (c.completes) {
-      EXPECT_TRUE(loading.Completes());
+    const UdpPeer sensor;
+    Loading loading(sensor.Port());
+    std::string answered;
+    for (const auto& [wanted, reply] : c.steps) {
+      uint16_t driver = 0;
+      std::string request = sensor.Receive(&driver, 60'000);
+      // On a busy machine it may have asked once more before it had the answer.
+      while (request == answered && request != wanted) request = sensor.Receive(&driver, 60'000);
+      ASSERT_EQ(request, wanted);
+      if (reply.empty()) continue;
+      sensor.Send(driver, reply);
+      answered = request;
     }
+    if (c.completes) EXPECT_TRUE(loading.Completes());
   }
 }
 

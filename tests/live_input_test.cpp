@@ -9,7 +9,7 @@
 #include "input/udp_select.h"
 #include "online/sync_queue.h"
 #include "support/console_capture.h"
-#include "support/loopback.h"
+#include "support/player.h"
 
 namespace orva::test {
 namespace {
@@ -25,19 +25,16 @@ TEST(SyncQueue, KeepsOrderAndCountsWhileItGrowsAndWraps) {
   EXPECT_EQ(queue.Pop(), nullptr);
   int in = 0, out = 0;
   for (int round = 0; round < 40; ++round) {
-    for (int i = 0; i < 7; ++i) {
-      const uint64_t count = queue.Push(std::make_shared<int>(in++));
-      ASSERT_EQ(count, static_cast<uint64_t>(in - out));
+    for (int i = 0; i < 7; ++i, ++in) {
+      ASSERT_EQ(queue.Push(std::make_shared<int>(in)), static_cast<uint64_t>(in + 1 - out));
     }
     for (int i = 0; i < 5; ++i) ASSERT_EQ(*queue.Pop(), out++);
   }
-  bool more = false;
-  while (out < in) {
+  for (bool more = true; more;) {
     ASSERT_EQ(*queue.Pop(more), out++);
     ASSERT_EQ(more, out < in);
   }
-  EXPECT_EQ(queue.Pop(more), nullptr);
-  EXPECT_FALSE(more);
+  EXPECT_EQ(queue.Pop(), nullptr);
 }
 
 TEST(SyncQueue, ClearReleasesElementsOutsideTheLock) {
@@ -55,7 +52,7 @@ TEST(SyncQueue, ClearReleasesElementsOutsideTheLock) {
   EXPECT_EQ(queue.Push(nullptr), 1U);
 }
 
-InputParam DataParam(uint16_t port, const std::string& address = "127.0.0.1") {
+InputParam DataParam(uint16_t port, const std::string& address = kLoopback) {
   InputParam param;
   param.host_ip = address;
   param.msop_port = port;
@@ -135,18 +132,15 @@ TEST(InputSock, WorksAboveSelectsDescriptorLimit) {
 
 TEST(CommandChannel, LearnsFromTheFirstDatagramEachFieldOnItsOwn) {
   const UdpPeer first, second;
-  struct Case {
+  const struct {
     const char* lidar_ip;
-    int32_t lidar_port;
+    uint16_t lidar_port;
     const UdpPeer& answered;
-  } cases[] = {{"", 0, first}, {"127.0.0.1", 0, first}, {"", second.Port(), second}};
-  for (const Case& c : cases) {
+  } cases[] = {{"", 0, first}, {kLoopback, 0, first}, {"", second.Port(), second}};
+  for (const auto& c : cases) {
     const uint16_t port = FreePort();
-    CalibrationParam param;
-    param.local_ip = "127.0.0.1";
-    param.local_port = port;
+    CalibrationParam param = CommandParam(c.lidar_port, port);
     param.lidar_ip = c.lidar_ip;
-    param.lidar_port = c.lidar_port;
     UDPSelect channel(param);
     ASSERT_TRUE(channel.Init());
     if (c.lidar_port == 0) EXPECT_FALSE(channel.SendData("?", 1));

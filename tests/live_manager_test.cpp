@@ -3,19 +3,18 @@
 // A live driver between a sensor and an application, over real sockets.
 #include <pthread.h>
 
+#include "sim/calibration_server.h"
 #include "support/calibrations.h"
-#include "support/fake_sensor.h"
+#include "support/console_capture.h"
+#include "support/player.h"
 #include "support/process_hooks.h"
+#include "support/recording.h"
+#include "support/same.h"
 
 namespace orva::test {
 namespace {
 
-using tevoro::lidar::OnlineManager;
 using Cloud = PointCloud<PointSource>;
-
-void Append(std::vector<Packet>& stream, const std::vector<Packet>& more) {
-  for (const Packet& packet : more) stream.push_back(packet);
-}
 
 /// Of the models in turn, then of two at once: they must not mix.
 TEST(LiveManager, DeliversEveryModelsFramesBitForBit) {
@@ -23,25 +22,24 @@ TEST(LiveManager, DeliversEveryModelsFramesBitForBit) {
     SCOPED_TRACE(model);
     Random random(static_cast<unsigned>(model));
     std::vector<Packet> stream;
-    for (int i = 0; i < 12; ++i) {
-      if (model == NV2) {
-        for (unsigned line = 0; line < 5; ++line) stream.push_back(PlausiblePacket(random, model).Line(line));
-      } else {
-        Append(stream, Frame(random, model, 30, i % 2 == 0 ? 31 : 5));  // blocks after a marker belong to it
-      }
+    for (unsigned i = 0; i < 60; ++i) {
+      stream.push_back(PlausiblePacket(random, model));
+      if (model == NV2) stream.back().Line(i % 5);
+      if (model != NV2 && i % 5 == 4)
+        stream.back().FrameEnd(i % 2 == 0 ? 31 : 5);  // blocks behind belong to it
     }
     const auto expected = ExpectedFrames<Cloud>(model, stream);
     ASSERT_GE(expected.size(), 11U);
-    LiveDriver<Cloud> live;
+    Player<Cloud> live;
     const DriverParam param = LiveParam(model);
-    ASSERT_TRUE(live.manager.Init(param) && live.manager.Start());
+    ASSERT_TRUE(live.Run(param));
     DataPort(param.input_param.msop_port).Send(stream);
-    ASSERT_TRUE(live.frames.WaitFor(expected.size()));
-    live.manager.Stop();
-    ASSERT_EQ(live.frames.Count(), expected.size());
+    ASSERT_NE(live.Wait(expected.size()), nullptr);
+    live.driver.Stop();
+    ASSERT_EQ(live.Count(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i) {
-      ASSERT_NO_FATAL_FAILURE(ExpectSameCloud(*live.frames.At(i), *expected[i]));
-      EXPECT_EQ(live.frames.At(i).use_count(), 2);  // the driver keeps no reference
+      ASSERT_NO_FATAL_FAILURE(ExpectSameCloud(*live.Wait(i + 1), *expected[i]));
+      EXPECT_EQ(live.Wait(i + 1).use_count(), 2) << "the driver keeps no reference";
     }
   };
   run(NV2);
@@ -51,28 +49,8 @@ TEST(LiveManager, DeliversEveryModelsFramesBitForBit) {
   other.join();
 }
 
-TEST(LiveManager, ReportsBadPacketsAndGoesOn) {
-  const ConsoleCapture console;
-  LiveDriver<Cloud> live;
-  const DriverParam param = LiveParam(TS4B);
-  ASSERT_TRUE(live.manager.Init(param) && live.manager.Start());
-  AdvanceClock(10);
-  Random random(2);
-  DataPort data(param.input_param.msop_port);
-  const std::string noise(3000, 'x');
-  for (const size_t length : {3000U, 3000U, 1360U, 1360U}) data.SendBytes(noise.data(), length);
-  const std::vector<Packet> frame = Frame(random, TS4B, 3, 31);
-  data.Send(frame);
-  ASSERT_TRUE(live.frames.WaitFor(1));
-  ExpectSameCloud(*live.frames.At(0), *ExpectedFrames<Cloud>(TS4B, frame)[0]);
-  ASSERT_EQ(live.errors.Count(), 2U);
-  EXPECT_EQ(live.errors.At(0)->error_code, ERROR_MSOP_LENGTH);
-  EXPECT_EQ(live.errors.At(1)->error_code, ERROR_MSOP_ID);
-  EXPECT_NE(console.Text().find("ProcessMsopPacket MSOP_LEN:1360 size:1546\n"), std::string::npos);
-}
-
 TEST(LiveManager, InitFailsCleanlyAndInOrder) {
-  const size_t descriptors = OpenDescriptors();
+  const size_t descriptors = CountEntries("/proc/self/fd");
   for (int i = 0; i < 100; ++i) {
     const ConsoleCapture quiet, quiet_errors(STDERR_FILENO);
     DriverParam param = LiveParam(TS4B);
@@ -81,51 +59,32 @@ TEST(LiveManager, InitFailsCleanlyAndInOrder) {
     if (i % 4 >= 2) param.calib_from_lidar = true;
     if (i % 8 == 3) param.calibration_param.local_port = occupant.Port();
     if (i % 8 == 7) param.input_param.msop_port = occupant.Port();
-    LiveDriver<Cloud> live;
-    ASSERT_EQ(live.manager.Init(param), i % 2 == 0) << i;
-    if (i % 4 == 1) EXPECT_FALSE(LookUp(param.input_param.msop_port).found);
+    Player<Cloud> live;
+    ASSERT_EQ(live.driver.InitDriver(param), i % 2 == 0) << i;
+    if (i % 4 == 1) EXPECT_FALSE(WaitingBytes(param.input_param.msop_port)) << "no port was opened";
     if (i == 0) EXPECT_EQ(quiet.Text(), "type:33\nLoadCheckFolder failed!\n");
   }
-  EXPECT_EQ(OpenDescriptors(), descriptors);
+  EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
 }
 
-/// Every mixture of callbacks that an application may leave out.
-TEST(LiveManager, TakesEveryMixtureOfCallbacks) {
-  Random random(3);
-  for (unsigned mixture = 0; mixture < 32; ++mixture) {
+TEST(LiveManager, DeliversImuSamplesOnlyWhereBothCallbacksAre) {
+  for (const int mixture : {0, 1, 2, 3}) {
     SCOPED_TRACE(mixture);
-    const auto has = [mixture](unsigned bit) { return (mixture >> bit & 1U) != 0; };
-    const ConsoleCapture console;
-    std::atomic<int> put{0}, got{0}, imu_put{0}, imu_got{0};
-    std::function<void(std::shared_ptr<Cloud>)> put_cloud;
-    std::function<std::shared_ptr<Cloud>()> get_cloud;
+    std::atomic<int> put{0}, got{0};
     std::function<void(std::shared_ptr<ImuMsg>)> put_imu;
     std::function<std::shared_ptr<ImuMsg>()> get_imu;
-    if (has(0)) put_cloud = [&](auto cloud) { put += cloud != nullptr; };
-    if (has(1)) get_cloud = [&] { return ++got % 2 == 1 ? std::make_shared<Cloud>() : nullptr; };
-    if (has(2)) put_imu = [&](auto sample) { imu_put += sample != nullptr; };
-    if (has(3)) get_imu = [&] { return ++imu_got, std::make_shared<ImuMsg>(); };
-    OnlineManager<Cloud> manager;
-    manager.RegisterPointCloudCallBack(put_cloud, get_cloud);
-    manager.RegisterImuCallBack(put_imu, get_imu);
-    if (has(4)) manager.RegisterExceptionCallBack([](const Error&) {});
+    if (mixture % 2 == 1) put_imu = [&](auto) { ++put; };
+    if (mixture / 2 == 1) get_imu = [&] { return ++got, std::make_shared<ImuMsg>(); };
+    Player<Cloud> live;
+    live.driver.RegisterImuCallBack(put_imu, get_imu);
     const DriverParam param = LiveParam(TS6);
-    ASSERT_TRUE(manager.Init(param) && manager.Start());
+    ASSERT_TRUE(live.Run(param));
     DataPort data(param.input_param.msop_port);
-    data.SendBytes("bad", 3);
-    for (unsigned i = 0; i < 3; ++i) data.Send(PlausiblePacket(random, TS6).FrameEnd(63).Stamp(i + 1));
-
-    const auto lines = [&] {
-      return Occurrences(console.Text(),
-                         "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n");
-    };
-    // A container is asked for at Init and at each of three frames.
-    ASSERT_TRUE(Eventually([&] { return has(1) ? got == 4 : lines() == 4; }));
-    manager.Stop();
-    EXPECT_EQ(lines(), has(1) ? 0 : 4);
-    EXPECT_EQ(put, has(0) && has(1) ? 2 : 0);  // the second cloud was null
-    EXPECT_EQ(imu_got, has(3) ? 4 : 0);
-    EXPECT_EQ(imu_put, has(2) && has(3) ? 3 : 0);
+    for (unsigned stamp = 1; stamp <= 3; ++stamp) data.Send(Packet(TS6).FrameEnd(63).Stamp(stamp));
+    ASSERT_NE(live.Wait(3), nullptr);
+    live.driver.Stop();
+    EXPECT_EQ(got, mixture / 2 == 1 ? 4 : 0);
+    EXPECT_EQ(put, mixture == 3 ? 3 : 0);
   }
 }
 
@@ -133,104 +92,100 @@ TEST(LiveManager, StartsStopsAndEndsWhilePacketsPourIn) {
   const DriverParam param = LiveParam(TS4B);
   const std::jthread downpour([port = param.input_param.msop_port](const std::stop_token& ending) {
     const UdpPeer peer;
-    while (!ending.stop_requested()) {
-      peer.Send(port, Packet(TS4B).FrameEnd(31).data(), 1360);
-    }
+    while (!ending.stop_requested()) peer.Send(port, Packet(TS4B).FrameEnd(31).data(), 1360);
   });
   const size_t threads = Threads();
   {
-    LiveDriver<Cloud> live;
-    ASSERT_TRUE(live.manager.Init(param));
-    live.manager.Stop();
-    for (int i = 0; i < 1000; ++i) {
-      ASSERT_TRUE(live.manager.Start());
+    Player<Cloud> live;
+    ASSERT_TRUE(live.driver.InitDriver(param));
+    live.driver.Stop();
+    for (int i = 0; i < 500; ++i) {
+      ASSERT_TRUE(live.driver.Start());
       if (i % 20 == 0) {
-        ASSERT_TRUE(live.manager.Start());
+        ASSERT_TRUE(live.driver.Start());
         EXPECT_TRUE(Eventually([&] { return Threads() == threads + 2; }));
-        ASSERT_TRUE(live.frames.WaitFor(live.frames.Count() + 1));
+        ASSERT_NE(live.Wait(live.Count() + 1), nullptr);
       }
-      live.manager.Stop();
+      live.driver.Stop();
       EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));
     }
-    ASSERT_TRUE(live.manager.Start());
-    ASSERT_TRUE(live.frames.WaitFor(live.frames.Count() + 1));
+    ASSERT_TRUE(live.driver.Start());
+    ASSERT_NE(live.Wait(live.Count() + 1), nullptr);
   }  // destroyed in full flow
   EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));
 }
 
 TEST(LiveManager, StopsFromInsideACallback) {
   const size_t threads = Threads();
-  OnlineManager<Cloud> manager;
-  std::atomic<int> frames{0};
-  std::atomic<bool> restarted_inside{false};
-  manager.RegisterPointCloudCallBack(
-      [&](std::shared_ptr<Cloud>) {
-        manager.Stop();
-        if (frames == 2) restarted_inside = manager.Start();  // a thread cannot succeed itself
-        ++frames;
-      },
-      [] { return std::make_shared<Cloud>(); });
+  Player<Cloud> live;
+  bool restarted_inside = false;
+  live.on_cloud = [&](Cloud&) {
+    live.driver.Stop();
+    if (live.Count() == 2) restarted_inside = live.driver.Start();  // a thread cannot succeed itself
+  };
   const DriverParam param = LiveParam(TS4B);
-  ASSERT_TRUE(manager.Init(param));
+  ASSERT_TRUE(live.driver.InitDriver(param));
   DataPort data(param.input_param.msop_port);
-  for (int i = 1; i <= 3; ++i) {
-    ASSERT_TRUE(manager.Start());  // joins those that the callback ended
+  for (size_t i = 1; i <= 3; ++i) {
+    ASSERT_TRUE(live.driver.Start());  // joins those that the callback ended
     data.Send(Packet(TS4B).FrameEnd(31));
-    ASSERT_TRUE(Eventually([&] { return frames == i; }));
+    ASSERT_NE(live.Wait(i), nullptr);
   }
+  live.driver.Stop();
   EXPECT_FALSE(restarted_inside);
-  manager.Stop();
   EXPECT_TRUE(Eventually([&] { return Threads() == threads; }));
-  ASSERT_TRUE(manager.Start());
-  manager.Stop();
+  EXPECT_TRUE(live.driver.Start());
 }
 
 TEST(LiveManager, StartFailsWhenTheSystemRefusesAThread) {
-  LiveDriver<Cloud> live;
+  Player<Cloud> live;
   const DriverParam param = LiveParam(TS4B);
-  ASSERT_TRUE(live.manager.Init(param));
+  ASSERT_TRUE(live.driver.InitDriver(param));
   pthread_attr_t ordinary, excessive;
   pthread_getattr_default_np(&ordinary);
   pthread_attr_init(&excessive);
   pthread_attr_setstacksize(&excessive, size_t{1} << 50);
   pthread_setattr_default_np(&excessive);
-  const bool started = live.manager.Start();
+  const bool started = live.driver.Start();
   pthread_setattr_default_np(&ordinary);
   EXPECT_FALSE(started);
-  ASSERT_TRUE(live.manager.Start());
+  ASSERT_TRUE(live.driver.Start());
   DataPort(param.input_param.msop_port).Send(Packet(TS4B).FrameEnd(31));
-  EXPECT_TRUE(live.frames.WaitFor(1));
+  EXPECT_NE(live.Wait(1), nullptr);
 }
 
 TEST(LiveManager, AllocatesNothingPerPacket) {
-  auto cloud = std::make_shared<Cloud>();
-  cloud->points.reserve(200'000);
-  std::atomic<int> frames{0};
-  OnlineManager<Cloud> manager;
-  manager.RegisterPointCloudCallBack(
-      [&](std::shared_ptr<Cloud> full) {
-        full->points.clear();
-        ++frames;
-      },
-      [&] { return cloud; });
-  const DriverParam param = LiveParam(TS4B);
-  ASSERT_TRUE(manager.Init(param) && manager.Start());
-  const UdpPeer sensor;
-  Packet packet(TS4B);
-  packet.FrameEnd(31);
-  const auto stream = [&](int bursts) {
-    for (int i = 0; i < bursts; ++i) {
-      const int before = frames;
-      for (int k = 0; k < 40; ++k) sensor.Send(param.input_param.msop_port, packet.data(), packet.size());
-      while (frames < before + 40) std::this_thread::yield();
-    }
-  };
-  stream(20);  // until enough buffers circulate
-  const unsigned long before = TotalAllocationCount();
-  stream(50);
-  // The highest backlog may still have risen once or twice: a buffer and its bytes each.
-  EXPECT_LT(TotalAllocationCount() - before, 200U) << "in 2000 packets";
-  manager.Stop();
+  for (const LidarType model : {NV2, TS4A, TS4B, TS6}) {
+    SCOPED_TRACE(model);
+    const auto cloud = std::make_shared<Cloud>();
+    cloud->points.reserve(200'000);
+    std::atomic<int> packets{0};
+    OrvaDriver<Cloud> driver;
+    driver.RegisterPointCloudCallBack([](const std::shared_ptr<Cloud>& full) { full->points.clear(); },
+                                      [&] { return cloud; });
+    driver.RegisterPacketCallBack([&](const uint8_t*, size_t, double) { ++packets; });
+    const DriverParam param = LiveParam(model);
+    ASSERT_TRUE(driver.InitDriver(param) && driver.Start());
+    const UdpPeer sensor;
+    Packet packet(model);
+    if (packet.layout().column != 0) packet.FrameEnd(31);
+    const auto stream = [&](int bursts) {
+      for (int i = 0; i < bursts; ++i) {
+        const int before = packets;
+        for (int k = 0; k < 40; ++k) {
+          if (model == NV2) packet.Line(k % 2 == 0 ? 0 : 1);  // every other packet ends a frame
+          sensor.Send(param.input_param.msop_port, packet.data(), packet.size());
+        }
+        while (packets < before + 40) std::this_thread::yield();
+      }
+    };
+    stream(20);  // until enough buffers circulate
+    const unsigned long before = AllocationCount();
+    stream(50);
+    // The highest backlog may still have risen once or twice: a buffer and its bytes each.
+    EXPECT_LT(AllocationCount() - before, 200U) << "in 2000 packets";
+    driver.Stop();
+  }
 }
 
 /// However the sensor answers its calibration requests, frames go on; and a download that completes reaches
@@ -239,49 +194,33 @@ TEST(LiveManager, StreamsWhateverTheCommandPortDoes) {
   Random random(7);
   const auto sent = PlausibleCalibration(random);
   const std::string stream = SectionStream(*sent);
-  const auto obedient = CommandPort::Obedient(stream);
-  using Answers = std::vector<std::string>;
-  struct Case {
-    const char* name;
-    CommandPort::Script script;
-    bool completes;
-  } cases[] = {
-      {"obedient", obedient, true},
-      {"silent", [](const CalibrationRequest&, size_t) { return Answers{}; }, false},
-      {"garbage", [](const CalibrationRequest&, size_t) { return Answers{"?"}; }, false},
-      {"hostile lengths",
-       [](const CalibrationRequest&, size_t n) {
-         std::string reply = CalibrationReply(0, std::string(1000, 'A'));
-         return Answers{reply.replace(4, 4, LittleEndian32(n % 2 == 0 ? 0xFFFFFFFF : 3))};
-       },
-       false},
-  };
-  for (Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  const std::vector<Packet> frame = Frame(random, TS4B, 3, 31);
+  const auto calibrated = ExpectedFrames<Cloud>(TS4B, frame, sent.get())[0];
+  const sim::ReplyFaults cases[] = {
+      {}, {.silent = true}, {.garbled = 1.0}, {.claimed_length = 0xFFFFFFFF}, {.claimed_length = 3}};
+  for (const sim::ReplyFaults& faults : cases) {
+    const bool completes = &faults == cases;
+    SCOPED_TRACE(&faults - cases);
     const ConsoleCapture quiet;
-    CommandPort port(c.script);
+    const sim::CalibrationServer command({stream.begin(), stream.end()}, kLoopback, 0, faults);
     DriverParam param = LiveParam(TS4B);
     param.calib_from_lidar = true;
-    param.calibration_param = port.Param();
-    LiveDriver<Cloud> live;
-    ASSERT_TRUE(live.manager.Init(param) && live.manager.Start());
-
+    param.calibration_param = CommandParam(command.Port());
+    Player<Cloud> live;
+    ASSERT_TRUE(live.Run(param));
     DataPort data(param.input_param.msop_port);
-    const std::vector<Packet> frame = Frame(random, TS4B, 3, 31);
-    const auto calibrated = ExpectedFrames<Cloud>(TS4B, frame, sent.get())[0];
-    const auto plain = ExpectedFrames<Cloud>(TS4B, frame)[0];
     bool applied = false;
-    for (size_t i = 1; i < 20 || (c.completes && !applied); ++i) {
+    for (size_t i = 1; i < 20 || (completes && !applied); ++i) {
       data.Send(frame);
-      ASSERT_TRUE(live.frames.WaitFor(i));
-      applied = std::equal(calibrated->points.begin(), calibrated->points.end(),
-                           live.frames.Last()->points.begin(), live.frames.Last()->points.end(),
+      const auto cloud = live.Wait(i);
+      ASSERT_NE(cloud, nullptr);
+      ASSERT_EQ(cloud->points.size(), calibrated->points.size());
+      applied = std::equal(calibrated->points.begin(), calibrated->points.end(), cloud->points.begin(),
                            [](const PointSource& p, const PointSource& q) { return Same(p, q); });
-      ASSERT_TRUE(applied || live.frames.Last()->points.size() == plain->points.size());
     }
-    EXPECT_EQ(applied, c.completes);
-    live.manager.Stop();
-    EXPECT_TRUE(live.manager.Start());  // after a finished or a broken-off download
+    EXPECT_EQ(applied, completes);
+    live.driver.Stop();
+    EXPECT_TRUE(live.driver.Start());  // after a finished or a broken-off download
   }
 }
 

@@ -42,8 +42,7 @@ TYPED_TEST(Replay, PlaysEveryModelAsTranscribed) {
     Player<TypeParam> player;
     const int frames = player.Open(param);
     ASSERT_EQ(frames, static_cast<int>(reference.index.size()));
-    EXPECT_FALSE(player.driver.SetLocalFrame(-1));
-    EXPECT_FALSE(player.driver.SetLocalFrame(frames));
+    EXPECT_FALSE(player.driver.SetLocalFrame(-1) || player.driver.SetLocalFrame(frames));
     for (const int frame : {0, 1, 2, 3, 4, 4, 1, 1, 0}) {
       if (frame >= frames) continue;
       SCOPED_TRACE(testing::Message() << "frame " << frame);
@@ -62,6 +61,7 @@ TYPED_TEST(Replay, PlaysEveryModelAsTranscribed) {
 class ReplayTest : public testing::Test {
  protected:
   using Cloud = PointCloud<Point>;
+  using Extents = std::vector<size_t>;
 
   /// Full packets of one point each side of the marker: sweep k ends in block 15 of packet 3k + 2, and its
   /// points carry the number of their packet as intensity.
@@ -76,7 +76,7 @@ class ReplayTest : public testing::Test {
     return ReplayParam(TS4B, folder_.Path("sweeps.pcap"));
   }
   /// First and last packet of a cloud, and its size.
-  static std::vector<size_t> Extent(const std::shared_ptr<Cloud>& cloud) {
+  static Extents Extent(const std::shared_ptr<Cloud>& cloud) {
     if (cloud == nullptr) return {};
     const auto& points = cloud->points;
     if (points.empty()) return {0};
@@ -87,70 +87,12 @@ class ReplayTest : public testing::Test {
   ConsoleCapture console_;
 };
 
-TEST_F(ReplayTest, SaysItsLinesInOrder) {
-  DriverParam param = Sweeps(1);
-  const TempFolder calibration;
-  param.calibration_param.calib_folder = calibration.Path();
-  calibration.Write("near_filter.csv", "1");
-  {
-    Player<Cloud> player;
-    ASSERT_TRUE(player.driver.InitDriver(param));
-    int frames = -7;
-    EXPECT_FALSE(player.driver.GetLocalFileStatus(frames));
-    EXPECT_FALSE(player.driver.SetLocalFrame(0));
-    EXPECT_EQ(frames, -7);
-    EXPECT_EQ(console_.Text(), "type:33\n文件: \"" + calibration.Path("near_filter.csv") +
-                                   "\"\npcap_file:" + folder_.Path("sweeps.pcap") + "\n");
-    ASSERT_TRUE(player.driver.Start());
-    EXPECT_TRUE(player.driver.Start()) << "runs already";
-    EXPECT_EQ(player.WaitIndexed(), 2);
-    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return console_.Text().back() == '\n'; }));
-  }
-  const std::string text = console_.Text();
-  const std::string finished = "\033[1m\033[32mpcap file is load finished!\033[0m\n";
-  EXPECT_EQ(text.substr(text.size() - finished.size()), finished);
-}
-
-TEST_F(ReplayTest, MissingCallbacks) {
-  const DriverParam param = Sweeps(2);
-  std::atomic<int> puts{0};
-  OrvaDriver<Cloud> driver;
-  /// Plays two frames, and returns how often the yellow line was printed.
-  const auto play = [&] {
-    const size_t before = console_.Text().size();
-    int frames = 0;
-    EXPECT_TRUE(driver.InitDriver(param) && driver.Start());
-    EXPECT_TRUE(Player<Cloud>::Patiently([&] { return driver.GetLocalFileStatus(frames); }));
-    for (const int frame : {0, 1, 1}) {  // accepted when the play before has ended
-      EXPECT_TRUE(Player<Cloud>::Patiently([&] { return driver.SetLocalFrame(frame); }));
-    }
-    driver.Stop();
-    return Occurrences(console_.Text().substr(before),
-                       "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n");
-  };
-  EXPECT_GE(play(), 3) << "once for each cloud that is needed";
-  driver.RegisterPointCloudCallBack([&](auto) { ++puts; }, [] { return std::shared_ptr<Cloud>(); });
-  EXPECT_EQ(play(), 0) << "a null cloud says nothing";
-  EXPECT_EQ(puts, 0) << "and is not delivered";
-  driver.RegisterPointCloudCallBack(nullptr, [] { return std::make_shared<Cloud>(); });
-  EXPECT_EQ(play(), 0);
-}
-
-/// The running driver keeps the callbacks it was initialised with.
-TEST_F(ReplayTest, LateCallbacksWaitForTheNextInit) {
-  Player<Cloud> player;
-  ASSERT_EQ(player.Open(Sweeps(1)), 2);
-  bool called = false;
-  player.driver.RegisterPointCloudCallBack([&](auto) { called = true; }, nullptr);
-  EXPECT_NE(player.Play(0), nullptr);
-  EXPECT_FALSE(called);
-}
-
 TEST_F(ReplayTest, FramesOfARecording) {
   const DriverParam param = Sweeps(3);
   Player<Cloud> player;
   ASSERT_EQ(player.Open(param), 4) << "three marked frames and what follows the last marker";
-  using Extents = std::vector<size_t>;
+  const std::string finished = "\033[1m\033[32mpcap file is load finished!\033[0m\n";
+  EXPECT_TRUE(console_.Text().ends_with(".pcap\n" + finished)) << console_.Text();
   EXPECT_EQ(Extent(player.Play(0)), (Extents{0, 2, 96}));
   EXPECT_EQ(Extent(player.Play(1)), (Extents{2, 5, 16 + 96}));
   EXPECT_EQ(Extent(player.Play(1)), (Extents{2, 5, 16 + 96}));
@@ -162,9 +104,35 @@ TEST_F(ReplayTest, FramesOfARecording) {
   EXPECT_FALSE(player.driver.SetLocalFrame(0));
 }
 
+/// The running driver keeps the callbacks it was initialised with.
+TEST_F(ReplayTest, MissingAndLateCallbacks) {
+  const DriverParam param = Sweeps(2);
+  std::atomic<int> puts{0};
+  Player<Cloud> player;
+  /// Plays three frames, and returns how often the yellow line was printed.
+  const auto play = [&] {
+    const size_t before = console_.Text().size();
+    EXPECT_EQ(player.Open(param), 3);
+    EXPECT_TRUE(player.Ask(0) && player.Ask(1) && player.Ask(1));
+    player.driver.Stop();
+    return Occurrences(console_.Text().substr(before),
+                       "\033[1m\033[33mError:Get point cloud call back is nullptr!\033[0m\n");
+  };
+  ASSERT_EQ(player.Open(param), 3);
+  player.driver.RegisterPointCloudCallBack([&](auto) { ++puts; }, nullptr);
+  EXPECT_NE(player.Play(0), nullptr);
+  EXPECT_GE(play(), 3) << "once for each cloud that is needed";
+  player.driver.RegisterPointCloudCallBack([&](auto) { ++puts; }, [] { return std::shared_ptr<Cloud>(); });
+  EXPECT_EQ(play(), 0) << "a null cloud says nothing";
+  EXPECT_EQ(puts, 0) << "and is not delivered";
+  player.driver.RegisterPointCloudCallBack(nullptr, [] { return std::make_shared<Cloud>(); });
+  EXPECT_EQ(play(), 0);
+}
+
 TEST_F(ReplayTest, StartGoesOnWhereStopLeftTheFile) {
   Player<Cloud> player;
   ASSERT_EQ(player.Open(Sweeps(3)), 4);
+  EXPECT_TRUE(player.driver.Start()) << "runs already";
   player.driver.Stop();
   player.driver.Stop();
   ASSERT_TRUE(player.driver.Start());
@@ -173,7 +141,7 @@ TEST_F(ReplayTest, StartGoesOnWhereStopLeftTheFile) {
   player.driver.Stop();
   ASSERT_TRUE(player.driver.Start());
   EXPECT_EQ(player.WaitIndexed(), 6) << "two markers are read a second time";
-  EXPECT_EQ(Extent(player.Play(4)), (std::vector<size_t>{5, 8, 112}));
+  EXPECT_EQ(Extent(player.Play(4)), (Extents{5, 8, 112}));
 }
 
 /// A cloud that looks at the driver's status while it is filled.
@@ -192,52 +160,47 @@ TEST_F(ReplayTest, StatusCancelsAPlay) {
     bool first = true;
     int frames = 0;
     OrvaDriver<Cloud>* driver = nullptr;
-    std::atomic<int> cancelled{0};
+    std::atomic<bool> cancelled{false};
     Player<Cloud> player([&] {
       auto cloud = std::make_shared<CancellingCloud>();
-      if (first) cloud->cancel_at = cancel_at;
+      if (std::exchange(first, false)) cloud->cancel_at = cancel_at;
       cloud->on_cancel = [&] {
         EXPECT_FALSE(driver->SetLocalFrame(2)) << "a play is under way";
         EXPECT_TRUE(driver->GetLocalFileStatus(frames));
         EXPECT_EQ(frames, 4);
-        cancelled = 1;
+        cancelled = true;
       };
-      first = false;
       return cloud;
     });
     driver = &player.driver;
     ASSERT_EQ(player.Open(Sweeps(3)), 4);
-    ASSERT_TRUE(player.driver.SetLocalFrame(0));
-    ASSERT_TRUE(Player<Cloud>::Patiently([&] { return cancelled == 1; }));
+    ASSERT_TRUE(player.Ask(0));
+    ASSERT_TRUE(Eventually([&] { return cancelled.load(); }));
     // The packet under way is decoded to its end; its points open the cloud of the next play.
     const size_t kept = cancel_at == 5 ? 32 : 64;
-    EXPECT_EQ(Extent(player.Play(1)), (std::vector<size_t>{0, 5, kept + 16 + 96}));
+    EXPECT_EQ(Extent(player.Play(1)), (Extents{0, 5, kept + 16 + 96}));
   }
 }
 
 /// A request made after a cancel counts, though the turn that was cancelled is still at work.
-TEST_F(ReplayTest, ACallbackMayCancelAndAskForMore) {
+TEST_F(ReplayTest, ACallbackMayCancelAskForMoreAndStop) {
   Player<Cloud> player;
   bool asked = false;
   player.on_cloud = [&](Cloud&) {
-    if (asked) return;
-    asked = true;
     int frames = 0;
+    if (std::exchange(asked, true)) return;
     EXPECT_FALSE(player.driver.SetLocalFrame(2));
     EXPECT_TRUE(player.driver.GetLocalFileStatus(frames));
     EXPECT_TRUE(player.driver.SetLocalFrame(2));
   };
   ASSERT_EQ(player.Open(Sweeps(3)), 4);
   ASSERT_NE(player.Play(0), nullptr);
-  EXPECT_EQ(Extent(player.Wait(2)), (std::vector<size_t>{5, 8, 112}));
-}
+  EXPECT_EQ(Extent(player.Wait(2)), (Extents{5, 8, 112}));
 
-TEST_F(ReplayTest, ACallbackMayStop) {
-  Player<Cloud> player;
+  player.driver.Stop();
   player.on_cloud = [&](Cloud&) { player.driver.Stop(); };
-  ASSERT_TRUE(player.driver.InitDriver(Sweeps(3)));
-  for (const int rounds : {1, 2, 3}) {
-    SCOPED_TRACE(rounds);
+  for (const int round : {1, 2, 3}) {
+    SCOPED_TRACE(round);
     ASSERT_TRUE(player.driver.Start()) << "joins the thread that stopped itself";
     ASSERT_GE(player.WaitIndexed(), 4);
     ASSERT_NE(player.Play(1), nullptr);
@@ -249,8 +212,7 @@ TEST_F(ReplayTest, CalibrationFoldersThatDoNotLoad) {
   DriverParam param = Sweeps(1);
   Random random(1);
   const TempFolder calibration;
-  const auto check = PlausibleCalibration(random);
-  WriteCalibration(calibration, *check);
+  WriteCalibration(calibration, *PlausibleCalibration(random));
   calibration.Write("weight_again.csv", "w,1,2,3,4");
   std::filesystem::create_directory_symlink(".", folder_.Path("again"));
   for (const std::string& path : {calibration.Path(), folder_.Path("missing"), folder_.Path("sweeps.pcap"),
@@ -267,16 +229,16 @@ TEST_F(ReplayTest, CalibrationFoldersThatDoNotLoad) {
 
 TEST_F(ReplayTest, BadPacketsAreReportedAndTwoDriversNeverShareALine) {
   using SourceCloud = PointCloud<PointSource>;  // a cloud type of its own, since reports are counted by type
-  const std::string path = folder_.Path("bad.pcap");
+  const DriverParam param = ReplayParam(TS4B, folder_.Path("bad.pcap"));
   {
-    CaptureFile file(path);
+    CaptureFile file(param.input_param.pcap_path);
     for (int i = 0; i < 2000; ++i) file.Datagram(kRecordingPort, Bytes(1000, 1));
   }
   Player<SourceCloud> players[2];
   for (auto& player : players) {
-    ASSERT_EQ(player.Open(ReplayParam(TS4B, path)), 1) << "the first record is frame 0, be it refused";
+    ASSERT_EQ(player.Open(param), 1) << "the first record is frame 0, be it refused";
   }
-  EXPECT_EQ(players[0].Errors(), std::vector<int>{65});
+  EXPECT_EQ(players[0].errors, std::vector<int>{65});
   const size_t said = console_.Text().size();
   for (auto& player : players) ASSERT_TRUE(player.driver.SetLocalFrame(0));
   for (auto& player : players) ASSERT_NE(player.Wait(1), nullptr);

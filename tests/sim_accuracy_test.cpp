@@ -8,12 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "input/input_pcap.h"
 #include "sim/calibration.h"
 #include "sim/capture_writer.h"
 #include "sim/sensor.h"
-#include "support/console_capture.h"
-#include "support/packets.h"
 #include "support/player.h"
 #include "support/temp_folder.h"
 
@@ -85,9 +82,7 @@ TEST_P(SimAccuracy, GivesTheSceneBack) {
 
   param_.calibration_param.calib_folder = folder_.Path("calib");
   Player<Cloud> player;
-  ASSERT_TRUE(player.driver.InitDriver(param_));
-  ASSERT_TRUE(player.driver.Start());
-  ASSERT_GE(player.WaitIndexed(), kFrames);
+  ASSERT_GE(player.Open(param_), kFrames);
 
   const bool by_line = model_->columns == model_->blocks_per_packet;
   double worst_distance = 0.0;
@@ -146,54 +141,6 @@ INSTANTIATE_TEST_SUITE_P(Models, SimAccuracy,
                          testing::Values(Case{TS4B, "street", kTs4bStep}, Case{TS4B, "room", kTs4bStep},
                                          Case{TS6, "street", kTs6Step}, Case{TS6, "room", kTs6Step},
                                          Case{NV2, "street", kNv2Step}, Case{NV2, "room", kNv2Step}));
-
-std::vector<sim::TimedPacket> AllPackets(const sim::SensorConfig& config) {
-  sim::Sensor sensor(config);
-  std::vector<sim::TimedPacket> packets(1);
-  while (sensor.Next(packets.back())) packets.emplace_back();
-  packets.pop_back();
-  return packets;
-}
-
-TEST(SimSensor, RepeatsItselfAndVariesWithTheSeed) {
-  const auto packets = AllPackets({.model = NV2, .frames = 1});
-  const auto again = AllPackets({.model = NV2, .frames = 1});
-  const auto other = AllPackets({.model = NV2, .seed = 99, .frames = 1});
-  ASSERT_EQ(packets.size(), 56U);
-  for (size_t i = 0; i < packets.size(); ++i) {
-    EXPECT_EQ(packets[i].payload, again[i].payload);
-    EXPECT_NE(packets[i].payload, other[i].payload);
-  }
-}
-
-TEST(SimCapture, EveryFramingHoldsThePackets) {
-  const auto packets = AllPackets({.model = NV2, .frames = 1});
-  using sim::Framing;
-  for (const Framing framing : {Framing::kEthernet, Framing::kLinuxCooked, Framing::kLinuxCookedV2,
-                                Framing::kRawIp, Framing::kLoopback}) {
-    for (const bool extended : {false, true}) {
-      const TempFolder folder;
-      InputParam param;
-      param.pcap_path = folder.Path("a.pcap");
-      sim::CaptureOptions options;
-      options.framing = framing;
-      options.nanoseconds = options.ip_options = extended;
-      options.destination_port = param.msop_port;
-      sim::CaptureWriter writer(param.pcap_path, options);
-      for (const auto& packet : packets) writer.Write(packet);
-      writer.Finish();
-      const ConsoleCapture quiet;
-      tevoro::lidar::InputPcap input(param);
-      ASSERT_TRUE(input.Init());
-      for (const auto& packet : packets) {
-        auto buffer = std::make_shared<tevoro::lidar::Buffer>();
-        long position = 0;
-        ASSERT_EQ(input.RecvPacket(buffer, 1546, &position, true), static_cast<int>(packet.payload.size()));
-        EXPECT_TRUE(std::equal(packet.payload.begin(), packet.payload.end(), buffer->data.get()));
-      }
-    }
-  }
-}
 
 }  // namespace
 }  // namespace orva::test

@@ -9,14 +9,10 @@
 
 #include "sim/calibration_server.h"
 #include "sim/live_sensor.h"
-#include "support/loopback.h"
-#include "support/packets.h"
 #include "support/player.h"
 
 namespace orva::test {
 namespace {
-
-constexpr const char* kLoopback = "127.0.0.1";
 
 /// Numbered packets, half a millisecond apart.
 class Numbers : public sim::PacketSource {
@@ -74,20 +70,12 @@ TEST(SimLive, DriverSeesSceneAndMotionThroughADownloadedCalibration) {
 
   const sim::CalibrationServer server(sim::MakeCalibrationStream(twin.GetCalibration(), twin.GetModel()),
                                       kLoopback, 0);
-  DriverParam param;
+  DriverParam param = LiveParam(TS6);
   param.calib_from_lidar = true;
-  param.lidar_type = TS6;
-  param.input_param.host_ip = kLoopback;
-  param.input_param.msop_port = FreePort();
-  param.decoder_param = OpenLimits();
-  param.calibration_param.lidar_ip = kLoopback;
-  param.calibration_param.lidar_port = server.Port();
+  param.calibration_param = CommandParam(server.Port());
   Player<PointCloud<Point>> player;
-  std::vector<std::shared_ptr<ImuMsg>> messages;  // one thread writes, and it has ended when they are read
-  player.driver.RegisterImuCallBack([&](const auto& message) { messages.push_back(message); },
-                                    [] { return std::make_shared<ImuMsg>(); });
-  ASSERT_TRUE(player.driver.InitDriver(param) && player.driver.Start());
-  ASSERT_TRUE(player.Patiently([&] {
+  ASSERT_TRUE(player.Run(param));
+  ASSERT_TRUE(Eventually([&] {
     const auto requests = server.Requests();
     return !requests.empty() && requests.back().last_chunk == 1;
   }));
@@ -108,9 +96,9 @@ TEST(SimLive, DriverSeesSceneAndMotionThroughADownloadedCalibration) {
     }
   }
   player.driver.Stop();
-  ASSERT_EQ(messages.size(), samples.size());
+  ASSERT_EQ(player.imu.size(), samples.size());
   for (size_t i = 0; i < samples.size(); ++i) {
-    const ImuMsg& message = *messages[i];
+    const ImuMsg& message = *player.imu[i];
     const auto& [rate, force, stamp] = samples[i].second;
     EXPECT_TRUE(message.valid);
     EXPECT_NEAR(message.timestamp, samples[i].first, 2e-6);

@@ -22,8 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using orva::test::Bytes;
 using orva::test::CaptureFile;
+using orva::test::Encoding;
+using orva::test::EthernetFrame;
 using orva::test::Ipv4Udp;
-using orva::test::LinkFrame;
 using testing::HasSubstr;
 
 struct Packet {
@@ -97,10 +98,6 @@ Bytes Fragment(const Bytes& packet, uint8_t identification, size_t begin, size_t
   return fragment;
 }
 
-Bytes Frame(const Bytes& packet) {
-  return LinkFrame(DLT_EN10MB, packet);
-}
-
 /// Puts VLAN tags between the addresses and the type.
 Bytes Tagged(Bytes frame, const std::vector<uint16_t>& tags) {
   Bytes words;
@@ -115,39 +112,40 @@ Bytes Tagged(Bytes frame, const std::vector<uint16_t>& tags) {
 TEST_F(Extract, TakesStripsJoinsAndAccountsForTheRestHoweverThePacking) {
   const Bytes first = Payload(1360, 1), joined = Payload(1400, 3), odd = Payload(7, 5);
   const Bytes whole = Ipv4Udp(6699, joined), lost = Ipv4Udp(6699, Payload(1400, 9));
-  Bytes padded = Frame(Ipv4Udp(6699, odd));
+  Bytes padded = EthernetFrame(Ipv4Udp(6699, odd));
   padded.resize(60, 0xAA);  // as Ethernet does with short frames
   Bytes ipv6(60, 0);
   ipv6[0] = 0x60;
-  CaptureFile(Path("in"), DLT_EN10MB, true)
-      .At(1700000000, 123456789)
-      .Record(Frame(Ipv4Udp(6699, first)))                    // 0
-      .Record(Tagged(Frame(Ipv4Udp(6699, first)), {0x8100}))  // 1
-      .Record(Tagged(padded, {0x88A8, 0x8100}))               // 2
-      .At(1700000003, 5)                                      // fragments come within a moment
-      .Record(Tagged(Frame(Fragment(whole, 1, 800, 1408)), {0x8100}))
-      .At(1700000003, 6)
-      .Record(Frame(Fragment(lost, 2, 0, 800)))
-      .At(1700000003, 7)
-      .Record(Frame(Fragment(whole, 1, 0, 400)))
-      .At(1700000003, 8)
-      .Record(Frame(Fragment(whole, 1, 0, 400)))  // repeated
-      .At(1700000003, 9)
-      .Record(Frame(Fragment(whole, 1, 400, 800)))
-      .At(1700000009, 0)  // too late
-      .Record(Frame(Fragment(lost, 2, 800, 1408)))
-      .Record(Frame(Fragment(lost, 3, 0, 800)))
-      .Record(Frame(Fragment(lost, 3, 400, 1408)))  // overlaps
-      .Record(Frame(Ipv4Udp(7000, first)))
-      .Record(Frame(Ipv4Udp(6699, first)), 1)  // cut
-      .Record(LinkFrame(DLT_EN10MB, ipv6, 0x86DD))
-      .Record(LinkFrame(DLT_EN10MB, Bytes(28, 1), 0x0806))
-      .Record(Tagged(Bytes(14, 2), {0x8100}))
-      .Record(Frame(Ipv4Udp(6699, first, 0, 6)))
-      .Record(Frame(Bytes{0x45, 0}))
-      .Record(Frame(Ipv4Udp(6699, {})))
-      .Record(Frame(Ipv4Udp(6699, Bytes(1600, 7))));
-  orva::test::WriteBytes(Path("in.ng"), orva::test::Pcapng(orva::test::ReadBytes(Path("in"))));
+  for (const Encoding encoding : {Encoding::kNanoseconds, Encoding::kPcapng}) {
+    CaptureFile(Path(encoding == Encoding::kPcapng ? "in.ng" : "in"), encoding)
+        .At(1700000000, 123456789)
+        .Record(EthernetFrame(Ipv4Udp(6699, first)))                    // 0
+        .Record(Tagged(EthernetFrame(Ipv4Udp(6699, first)), {0x8100}))  // 1
+        .Record(Tagged(padded, {0x88A8, 0x8100}))                       // 2
+        .At(1700000003, 5)                                              // fragments come within a moment
+        .Record(Tagged(EthernetFrame(Fragment(whole, 1, 800, 1408)), {0x8100}))
+        .At(1700000003, 6)
+        .Record(EthernetFrame(Fragment(lost, 2, 0, 800)))
+        .At(1700000003, 7)
+        .Record(EthernetFrame(Fragment(whole, 1, 0, 400)))
+        .At(1700000003, 8)
+        .Record(EthernetFrame(Fragment(whole, 1, 0, 400)))  // repeated
+        .At(1700000003, 9)
+        .Record(EthernetFrame(Fragment(whole, 1, 400, 800)))
+        .At(1700000009, 0)  // too late
+        .Record(EthernetFrame(Fragment(lost, 2, 800, 1408)))
+        .Record(EthernetFrame(Fragment(lost, 3, 0, 800)))
+        .Record(EthernetFrame(Fragment(lost, 3, 400, 1408)))  // overlaps
+        .Record(EthernetFrame(Ipv4Udp(7000, first)))
+        .Record(EthernetFrame(Ipv4Udp(6699, first)), 1)  // cut
+        .Record(EthernetFrame(ipv6, 0x86DD))
+        .Record(EthernetFrame(Bytes(28, 1), 0x0806))
+        .Record(Tagged(Bytes(14, 2), {0x8100}))
+        .Record(EthernetFrame(Ipv4Udp(6699, first, 0, 6)))
+        .Record(EthernetFrame(Bytes{0x45, 0}))
+        .Record(EthernetFrame(Ipv4Udp(6699, {})))
+        .Record(EthernetFrame(Ipv4Udp(6699, Bytes(1600, 7))));
+  }
   const std::vector<Packet> expected = {{first, 1700000000'123456789},
                                         {first, 1700000001'123456789},
                                         {odd, 1700000002'123456789},
@@ -179,7 +177,7 @@ TEST_F(Extract, TakesStripsJoinsAndAccountsForTheRestHoweverThePacking) {
 }
 
 TEST_F(Extract, MergesByTimeAndSplitsByTheSender) {
-  Bytes other = Frame(Ipv4Udp(6699, Payload(9, 2)));
+  Bytes other = EthernetFrame(Ipv4Udp(6699, Payload(9, 2)));
   other[14 + 15] = 77;  // 192.168.1.77
   CaptureFile(Path("a"))
       .At(1700000000, 5)

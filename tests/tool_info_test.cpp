@@ -18,8 +18,8 @@ namespace {
 
 using orva::test::Bytes;
 using orva::test::CaptureFile;
+using orva::test::EthernetFrame;
 using orva::test::Ipv4Udp;
-using orva::test::LinkFrame;
 using orva::test::TempFolder;
 using testing::HasSubstr;
 
@@ -83,18 +83,18 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
   ipv6[6] = 17;
   CaptureFile(path)
       .Datagram(7000, payload, 2)
-      .Record(LinkFrame(DLT_EN10MB, other))
+      .Record(EthernetFrame(other))
       .Datagram(7000, Bytes(1104, 7))
       .Datagram(7001, Bytes(100, 7))
       .Datagram(7001, {})
       .Datagram(7001, Bytes(1600, 7))
-      .Record(LinkFrame(DLT_EN10MB, packet), 1)
-      .Record(LinkFrame(DLT_EN10MB, packet, 0x8100))
-      .Record(LinkFrame(DLT_EN10MB, ipv6, 0x86DD))
-      .Record(LinkFrame(DLT_EN10MB, fragment))
-      .Record(LinkFrame(DLT_EN10MB, Ipv4Udp(7000, payload, 0, 6)))
-      .Record(LinkFrame(DLT_EN10MB, Bytes(28, 1), 0x0806))
-      .Record(LinkFrame(DLT_EN10MB, Bytes{0x45, 0}));
+      .Record(EthernetFrame(packet), 1)
+      .Record(EthernetFrame(packet, 0x8100))
+      .Record(EthernetFrame(ipv6, 0x86DD))
+      .Record(EthernetFrame(fragment))
+      .Record(EthernetFrame(Ipv4Udp(7000, payload, 0, 6)))
+      .Record(EthernetFrame(Bytes(28, 1), 0x0806))
+      .Record(EthernetFrame(Bytes{0x45, 0}));
   const Outcome info = Orva("info --json " + path);
   EXPECT_EQ(info.exit_code, 0);
   EXPECT_THAT(info.text,
@@ -109,8 +109,7 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
 TEST(ToolInfo, SurvivesWhatIsNoRecording) {
   const TempFolder folder;
   const Bytes whole = orva::test::ReadBytes(Simulate(folder, NV2));
-  const std::string path = folder.Path() + "/cut.pcap";
-  orva::test::WriteBytes(path, Bytes(whole.begin(), whole.begin() + 5000));
+  const std::string path = folder.Write("cut.pcap", std::string(whole.begin(), whole.begin() + 5000));
   const Outcome cut = Orva("info " + path);
   EXPECT_EQ(cut.exit_code, 0);
   EXPECT_THAT(cut.text, HasSubstr("breaks off"));

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "packets.h"
 #include "param/check_param.h"
+#include "sim/calibration.h"
+#include "sim/model.h"
 #include "temp_folder.h"
 
 namespace orva::test {
@@ -53,22 +56,41 @@ inline std::unique_ptr<CheckParam> HostileCalibration(Random& random) {
 
 /// Writes a record as a calibration folder whose text gives back every bit.
 inline void WriteCalibration(const TempFolder& folder, const CheckParam& check) {
-  const auto write = [&folder](const std::string& name, const void* field, size_t count,
-                               std::string text = "") {
-    std::vector<float> values(count);
-    std::memcpy(values.data(), field, count * sizeof(float));
-    for (const float value : values) {
-      char number[32];
-      std::snprintf(number, sizeof(number), "%.9g,", static_cast<double>(value));
-      text += number;
-    }
-    text.back() = '\n';
-    folder.Write(name, text);
-  };
-  write("azimuth.csv", &check.azimuth, CALIB_TABLE_ENTRIES);
-  write("elevation.csv", &check.elevation, CALIB_TABLE_ENTRIES);
-  write("weight.csv", &check.weight, 4, "label,");
-  write("near_filter.csv", &check.near_filter, 8);
+  sim::Calibration unit;
+  unit.azimuth.resize(CALIB_TABLE_ENTRIES);
+  unit.elevation.resize(CALIB_TABLE_ENTRIES);
+  std::memcpy(unit.azimuth.data(), &check.azimuth, sizeof(check.azimuth));
+  std::memcpy(unit.elevation.data(), &check.elevation, sizeof(check.elevation));
+  std::memcpy(unit.weight.data(), &check.weight, sizeof(check.weight));
+  std::memcpy(unit.near_filter.data(), &check.near_filter, sizeof(check.near_filter));
+  sim::WriteCalibrationFolder(unit, sim::FindModel(TS4B), folder.Path());
+}
+
+inline std::string LittleEndian32(uint32_t value) {
+  std::string bytes;
+  for (int i = 0; i < 4; ++i) bytes += static_cast<char>(value >> (8 * i));
+  return bytes;
+}
+
+/// A reply that announces a stream of `stream_bytes` and carries `payload`.
+inline std::string CalibrationReply(size_t stream_bytes, const std::string& payload) {
+  return "ZZZZ" + LittleEndian32(static_cast<uint32_t>(stream_bytes + 32)) + std::string(28, '\x5A') +
+         payload + "end";
+}
+
+/// The section stream of a calibration, its sections in the order of `markers`.
+inline std::string SectionStream(const CheckParam& check, const std::string& markers = "ABCD") {
+  const std::pair<const void*, size_t> fields[] = {{&check.elevation, sizeof(check.elevation)},
+                                                   {&check.azimuth, sizeof(check.azimuth)},
+                                                   {&check.weight, sizeof(check.weight)},
+                                                   {&check.near_filter, sizeof(check.near_filter)}};
+  std::string stream;
+  for (const char marker : markers) {
+    const auto& [field, size] = fields[marker - 'A'];
+    stream += std::string(4, marker);
+    stream.append(static_cast<const char*>(field), size);
+  }
+  return stream;
 }
 
 }  // namespace orva::test

@@ -1,24 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The other end of the driver's sockets, on 127.0.0.1.
+// The other end of the driver's sockets, on 127.0.0.1, and what the kernel tells of this process.
 #pragma once
 
 #include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <thread>
-#include <vector>
+
+#include "sim/udp_endpoint.h"
 
 namespace orva::test {
+
+inline constexpr const char* kLoopback = "127.0.0.1";
 
 /// Far beyond anything but a hang, also with sanitizers on a busy machine.
 inline constexpr std::chrono::seconds kPatience{60};
@@ -33,55 +33,28 @@ inline bool Eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-inline sockaddr_in Loopback(uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
 /// A UDP socket on a port of the kernel's choice.
 class UdpPeer {
  public:
-  UdpPeer() : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    sockaddr_in address = Loopback(0);
-    socklen_t length = sizeof(address);
-    if (bind(socket_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      throw std::runtime_error("no loopback socket");
-    }
-    port_ = ntohs(address.sin_port);
-  }
-  ~UdpPeer() { close(socket_); }
-  UdpPeer(const UdpPeer&) = delete;
-  UdpPeer& operator=(const UdpPeer&) = delete;
-
-  uint16_t Port() const { return port_; }
+  uint16_t Port() const { return endpoint_.Port(); }
 
   void Send(uint16_t port, const void* data, size_t size) const {
-    const sockaddr_in to = Loopback(port);
-    sendto(socket_, data, size, 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to));
+    endpoint_.Send({static_cast<const uint8_t*>(data), size}, sim::MakeAddress(kLoopback, port));
   }
   void Send(uint16_t port, const std::string& bytes) const { Send(port, bytes.data(), bytes.size()); }
 
   /// One datagram and its sender's port; empty when none comes in time.
   std::string Receive(uint16_t* sender, int milliseconds) const {
-    pollfd entry{socket_, POLLIN, 0};
-    if (poll(&entry, 1, milliseconds) != 1) return {};
     std::string bytes(4096, '\0');
     sockaddr_in from{};
-    socklen_t length = sizeof(from);
-    const ssize_t count =
-        recvfrom(socket_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
-    bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    bytes.resize(
+        endpoint_.Receive({reinterpret_cast<uint8_t*>(bytes.data()), bytes.size()}, from, milliseconds));
     if (sender != nullptr) *sender = ntohs(from.sin_port);
     return bytes;
   }
 
  private:
-  int socket_;
-  uint16_t port_ = 0;
+  sim::UdpEndpoint endpoint_{kLoopback, 0};
 };
 
 /// A port that was free a moment ago.
@@ -89,32 +62,21 @@ inline uint16_t FreePort() {
   return UdpPeer().Port();
 }
 
-/// The kernel's record of the UDP socket bound to `port`: bytes that wait, datagrams that were dropped.
-struct KernelSocket {
-  bool found = false;
-  unsigned long waiting = 0;
-  unsigned long drops = 0;
-};
-inline KernelSocket LookUp(uint16_t port) {
+/// Bytes that wait in the UDP socket bound to `port`; nothing where there is none.
+inline std::optional<unsigned long> WaitingBytes(uint16_t port) {
   std::ifstream table("/proc/net/udp");
-  std::string line;
-  while (std::getline(table, line)) {
+  for (std::string line; std::getline(table, line);) {
     unsigned local = 0;
-    KernelSocket socket{true, 0, 0};
-    if (std::sscanf(line.c_str(), " %*[^:]: %*8x:%x %*s %*x %*x:%lx", &local, &socket.waiting) != 2) continue;
-    if (local != port) continue;
-    socket.drops = std::stoul(line.substr(line.find_last_of(' ', line.find_last_not_of(' ')) + 1));
-    return socket;
+    unsigned long waiting = 0;
+    const int found = std::sscanf(line.c_str(), " %*[^:]: %*8x:%x %*s %*x %*x:%lx", &local, &waiting);
+    if (found == 2 && local == port) return waiting;
   }
-  return {};
+  return std::nullopt;
 }
 
 inline size_t CountEntries(const char* folder) {
   const std::filesystem::directory_iterator entries(folder);
   return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
-inline size_t OpenDescriptors() {
-  return CountEntries("/proc/self/fd");
 }
 inline size_t Threads() {
   // Together with the first thread, the thread sanitizer starts one of its own that stays.

@@ -6,10 +6,7 @@ namespace orva::test {
 /// Moves the program's `time()` forward, for rules that count whole seconds. Stands still otherwise.
 void AdvanceClock(long seconds);
 
-/// Calls of `operator new` on this thread so far.
+/// Calls of `operator new` so far, on all threads.
 unsigned long AllocationCount();
-
-/// The same on all threads together.
-unsigned long TotalAllocationCount();
 
 }  // namespace orva::test

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/capture_file.h"
@@ -39,17 +40,17 @@ inline std::vector<Packet> FiveSweeps(Random& random, LidarType model) {
 template <typename PC>
 class ReferencePlayer {
  public:
-  ReferencePlayer(LidarType model, const DecoderParam& param, const std::vector<Packet>& packets)
-      : decoder(MakeReference<PC>(model, param)), packets_(packets) {
+  ReferencePlayer(LidarType model, const DecoderParam& param, std::vector<Packet> packets)
+      : decoder(MakeReference<PC>(model, param)), packets_(std::move(packets)) {
     decoder->on_frame = [this](double time) {
       cloud_->timestamp = time;
       clouds.push_back(cloud_);
       NewCloud();
     };
     NewCloud();
-    for (size_t i = 0; i < packets.size(); ++i) {
+    for (size_t i = 0; i < packets_.size(); ++i) {
       uint16_t seq = 0;
-      if (decoder->Split(packets[i].data(), seq) || index.empty()) index.push_back({i, seq});
+      if (decoder->Split(packets_[i].data(), seq) || index.empty()) index.push_back({i, seq});
     }
   }
 
@@ -76,8 +77,26 @@ class ReferencePlayer {
     decoder->cloud = cloud_.get();
   }
 
-  const std::vector<Packet>& packets_;
+  const std::vector<Packet> packets_;
   std::shared_ptr<PC> cloud_;
 };
+
+/// `packets` packets of a grid model, the frame-end marker in block `marker` of the last.
+inline std::vector<Packet> Frame(Random& random, LidarType model, size_t packets, size_t marker) {
+  std::vector<Packet> frame;
+  for (size_t i = 0; i < packets; ++i) frame.push_back(PlausiblePacket(random, model));
+  frame.back().FrameEnd(marker);
+  return frame;
+}
+
+/// The frames that the transcription makes of a stream decoded from block 0 of each packet.
+template <typename PC>
+std::vector<std::shared_ptr<PC>> ExpectedFrames(LidarType model, const std::vector<Packet>& packets,
+                                                const CheckParam* calibration = nullptr) {
+  ReferencePlayer<PC> player(model, OpenLimits(), {});
+  if (calibration != nullptr) player.decoder->Update(*calibration);
+  for (const Packet& packet : packets) player.decoder->Decode(packet.data(), 0);
+  return player.clouds;
+}
 
 }  // namespace orva::test
