@@ -2,30 +2,16 @@
 #include "live_sensor.h"
 
 #include <pthread.h>
-#include <sys/prctl.h>
-#include <time.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
+
+#include "steady_time.h"
 
 namespace orva::sim {
 namespace {
 
-constexpr int64_t kSecond = 1'000'000'000;
 constexpr size_t kIdentifierSize = 8;
-
-int64_t Now() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kSecond + now.tv_nsec;
-}
-
-void SleepUntil(int64_t deadline) {
-  const timespec at{deadline / kSecond, deadline % kSecond};
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr) == EINTR) {
-  }
-}
 
 }  // namespace
 
@@ -45,15 +31,15 @@ StreamCounts LiveSensor::Counts() const {
 
 void LiveSensor::Play(const std::stop_token& stop) {
   pthread_setname_np(pthread_self(), "sim-stream");
-  prctl(PR_SET_TIMERSLACK, 1UL);  // nanoseconds; the default of 50 us is a third of the packets' spacing
+  SleepSharply();  // the default slack is a third of the packets' spacing
   TimedPacket packet;
   bool more = source_->Next(packet);
   const int64_t first_packet = packet.time_ns;
-  const int64_t start = Now();
+  const int64_t start = SteadyNow();
   while (more && !stop.stop_requested()) {
     const int64_t deadline = start + packet.time_ns - first_packet;
     // Behind schedule nothing sleeps, so what is due goes out as a batch.
-    if (Now() < deadline) SleepUntil(deadline);
+    if (SteadyNow() < deadline) SleepUntil(deadline);
     Deliver(packet);
     more = source_->Next(packet);
   }

@@ -9,6 +9,7 @@
 
 #include "shared/failure.h"
 #include "shared/interrupt.h"
+#include "shared/terminal.h"
 
 namespace orva {
 namespace {
@@ -99,6 +100,34 @@ class Filter {
   std::map<Ipv4Address, FrameCounter> counters_;
 };
 
+struct FateText {
+  Fate fate;
+  const char* text;
+};
+/// What was left out, and why.
+constexpr FateText kLeftOut[] = {
+    {Fate::kOtherPort, "of another port"},
+    {Fate::kOtherSource, "of another sender"},
+    {Fate::kOtherTime, "outside --from and --to"},
+    {Fate::kOtherModel, "no packets of the model"},
+    {Fate::kOtherFrame, "of other frames"},
+    {Fate::kIncomplete, "fragments whose datagram never became whole"},
+    {Fate::kRepeated, "fragments that were there twice"},
+    {Fate::kCut, "cut by a snapshot length (record with tcpdump -s 0)"},
+    {Fate::kIpv6, "IPv6"},
+    {Fate::kOtherProtocol, "of another protocol than UDP"},
+    {Fate::kNoIp, "no IP (ARP and the like)"},
+    {Fate::kMalformed, "broken: against their own headers"},
+    {Fate::kEmpty, "UDP without payload"},
+    {Fate::kTooLong, "payload longer than any sensor's packet"},
+};
+
+void Row(uint64_t count, const std::string& text) {
+  if (count == 0) return;
+  const std::string digits = std::to_string(count);
+  Say(std::string(digits.size() < 12 ? 12 - digits.size() : 0, ' ') + digits + "  " + text);
+}
+
 }  // namespace
 
 ExtractedFiles::ExtractedFiles(std::string path, bool split_by_source)
@@ -142,7 +171,7 @@ std::string ExtractedFiles::PathOf(const std::string& path, const Ipv4Address& s
 }
 
 Extraction Extract(const std::vector<std::string>& inputs, const Selection& selection,
-                   ExtractedFiles& files) {
+                   const std::function<bool(const Datagram&)>& take) {
   Extraction result;
   Merge merge(inputs);
   Filter filter(selection, merge.start_ns());
@@ -155,7 +184,7 @@ Extraction Extract(const std::vector<std::string>& inputs, const Selection& sele
     result.tally.Add(fate, datagram->records);
     if (fate != datagram->fate) continue;
     result.datagrams_joined += fate == Fate::kJoined;
-    files.Write(*datagram);
+    if (!take(*datagram)) break;
   }
   for (Merge::Input& input : merge.inputs()) {
     input.dissector->Finish(result.tally);
@@ -164,6 +193,19 @@ Extraction Extract(const std::vector<std::string>& inputs, const Selection& sele
     }
   }
   return result;
+}
+
+void Report(const Extraction& result) {
+  const Tally& tally = result.tally;
+  Say(std::to_string(result.records) + " records read:");
+  Row(tally[Fate::kTaken], "taken");
+  Row(tally[Fate::kStripped], "taken without their VLAN tags");
+  Row(tally[Fate::kJoined],
+      "fragments, joined into " + std::to_string(result.datagrams_joined) + " taken datagrams");
+  for (const FateText& reason : kLeftOut) Row(tally[reason.fate], std::string("left out, ") + reason.text);
+  for (const std::string& damage : result.damage) {
+    Warn(damage + ". What stands before was read; the rest is missing.");
+  }
 }
 
 }  // namespace orva

@@ -4,28 +4,16 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "captures/dissector.h"
-#include "captures/frame_counter.h"
-#include "captures/time_window.h"
+#include "captures/selection.h"
 
 namespace orva {
-
-using Ipv4Address = std::array<uint8_t, 4>;
-
-/// What is taken of a recording; without a wish, everything that the driver reads.
-struct Selection {
-  std::optional<uint16_t> port{};  ///< that the datagrams went to
-  std::optional<uint16_t> sensor_port{};
-  std::optional<Ipv4Address> source{};
-  TimeWindow window{};
-  std::optional<LidarType> model{};  ///< with `frames`
-  std::optional<FramesOfPacket> frames{};
-};
 
 /// Where the chosen datagrams go: one capture, or one for each address that sent some. What was written
 /// appears under its name only with Finish. Throws std::runtime_error as sim::CaptureWriter does.
@@ -64,9 +52,13 @@ struct Extraction {
   std::vector<std::string> damage;  ///< of each input that breaks off, with its path
 };
 
-/// Copies what `selection` chooses from the inputs to `files`, in the order of the capture times. Returns
-/// early after Ctrl-C. Throws Failure and what ExtractedFiles throws.
-Extraction Extract(const std::vector<std::string>& inputs, const Selection& selection, ExtractedFiles& files);
+/// Calls `take` with what `selection` chooses from the inputs, in the order of the capture times. Returns
+/// early after Ctrl-C, and once `take` returns false. Throws Failure, and what `take` throws.
+Extraction Extract(const std::vector<std::string>& inputs, const Selection& selection,
+                   const std::function<bool(const Datagram&)>& take);
+
+/// Says what became of the records.
+void Report(const Extraction& result);
 
 }  // namespace orva
 

@@ -35,7 +35,7 @@ void AddMoment(CLI::App& command, const std::string& name, const std::string& wh
   const auto parse = [name, &moment](const CLI::results_t& words) {
     moment = ParseMoment(words.front());
     if (!moment) {
-      throw CLI::ValidationError(name,
+      throw CLI::ValidationError(name.substr(0, name.find(',')),
                                  "'" + words.front() +
                                      "' is no time. Write seconds after the first record, as in 12.5, or "
                                      "a UTC time, as in 2026-03-01T09:30:00.");
@@ -62,9 +62,9 @@ std::optional<Moment> ParseMoment(const std::string& text) {
   return Moment{false, minute * kSecond + *in_minute};
 }
 
-void AddTimeWindow(CLI::App& command, TimeWindow& window) {
+void AddTimeWindow(CLI::App& command, TimeWindow& window, const std::string& end) {
   AddMoment(command, "--from", "Begin there: seconds after the first record, or a UTC time", window.from);
-  AddMoment(command, "--to", "End before that; written as --from", window.to);
+  AddMoment(command, end, "End before that; written as --from", window.to);
 }
 
 }  // namespace orva

@@ -33,8 +33,8 @@ struct TimeWindow {
 /// Reads "12.5" or "2026-03-01T09:30:00.25". Nothing where it is neither.
 std::optional<Moment> ParseMoment(const std::string& text);
 
-/// Adds --from and --to.
-void AddTimeWindow(CLI::App& command, TimeWindow& window);
+/// Adds --from and, under the names `end`, the other bound.
+void AddTimeWindow(CLI::App& command, TimeWindow& window, const std::string& end);
 
 }  // namespace orva
 

@@ -17,6 +17,7 @@ namespace orva {
   COMMAND(Live)                \
   COMMAND(Record)              \
   COMMAND(Extract)             \
+  COMMAND(Send)                \
   COMMAND(Info)                \
   COMMAND(Check)
 

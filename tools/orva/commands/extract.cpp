@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <arpa/inet.h>
-
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdint>
@@ -34,28 +32,6 @@ constexpr const char* kExamples =
     "      writes sensor_192.168.1.10.pcap and so on\n"
     "  ssh car tcpdump -i any -w - udp | orva extract - drive.pcap\n";
 
-struct FateText {
-  Fate fate;
-  const char* text;
-};
-/// What was left out, and why.
-constexpr FateText kLeftOut[] = {
-    {Fate::kOtherPort, "of another port"},
-    {Fate::kOtherSource, "of another sender"},
-    {Fate::kOtherTime, "outside --from and --to"},
-    {Fate::kOtherModel, "no packets of the model"},
-    {Fate::kOtherFrame, "of other frames"},
-    {Fate::kIncomplete, "fragments whose datagram never became whole"},
-    {Fate::kRepeated, "fragments that were there twice"},
-    {Fate::kCut, "cut by a snapshot length (record with tcpdump -s 0)"},
-    {Fate::kIpv6, "IPv6"},
-    {Fate::kOtherProtocol, "of another protocol than UDP"},
-    {Fate::kNoIp, "no IP (ARP and the like)"},
-    {Fate::kMalformed, "broken: against their own headers"},
-    {Fate::kEmpty, "UDP without payload"},
-    {Fate::kTooLong, "payload longer than any sensor's packet"},
-};
-
 struct ExtractOptions {
   std::vector<std::string> paths;  ///< inputs, then the output
   Selection selection;
@@ -87,25 +63,6 @@ FramesOfPacket ParseFrames(const std::string& text) {
   return frames;
 }
 
-void Row(uint64_t count, const std::string& text) {
-  if (count == 0) return;
-  const std::string digits = std::to_string(count);
-  Say(std::string(digits.size() < 12 ? 12 - digits.size() : 0, ' ') + digits + "  " + text);
-}
-
-void Report(const Extraction& result) {
-  const Tally& tally = result.tally;
-  Say(std::to_string(result.records) + " records read:");
-  Row(tally[Fate::kTaken], "taken");
-  Row(tally[Fate::kStripped], "taken without their VLAN tags");
-  Row(tally[Fate::kJoined],
-      "fragments, joined into " + std::to_string(result.datagrams_joined) + " taken datagrams");
-  for (const FateText& reason : kLeftOut) Row(tally[reason.fate], std::string("left out, ") + reason.text);
-  for (const std::string& damage : result.damage) {
-    Warn(damage + ". What stands before was read; the rest is missing.");
-  }
-}
-
 void RunExtract(ExtractOptions& options) {
   if (options.paths.size() < 2) {
     throw WrongUsage(
@@ -124,7 +81,10 @@ void RunExtract(ExtractOptions& options) {
   if (!split) RefuseExisting(output, existing);
   CatchInterrupts();
   ExtractedFiles files(output, split);
-  const Extraction result = Extract(inputs, selection, files);
+  const Extraction result = Extract(inputs, selection, [&files](const Datagram& datagram) {
+    files.Write(datagram);
+    return true;
+  });
   if (Interrupted()) throw Failure("interrupted; nothing was written.");
   Report(result);
   uint64_t packets = 0;
@@ -151,23 +111,8 @@ void AddExtract(CLI::App& app) {
   command->add_option("IN... OUT", options->paths, "The recordings to read, and at last the one to write")
       ->required()
       ->type_name("FILE");
-  command->add_option("--port", selection.port, "Only what was sent to this UDP port")
-      ->check(CLI::Range(1, 65535))
-      ->type_name("N");
-  command->add_option("--sensor-port", selection.sensor_port, "Only what was sent from this UDP port")
-      ->check(CLI::Range(0, 65535))
-      ->type_name("N");
-  command
-      ->add_option_function<std::string>(
-          "--source",
-          [&selection](const std::string& address) {
-            selection.source.emplace();
-            inet_pton(AF_INET, address.c_str(), selection.source->data());
-          },
-          "Only what was sent from this address")
-      ->check(CLI::ValidIPV4)
-      ->type_name("IP");
-  AddTimeWindow(*command, selection.window);
+  AddSenderOptions(*command, selection);
+  AddTimeWindow(*command, selection.window, "--to,--until");
   CLI::Option* model = AddModelOption(*command, options->model);
   model->description("Sensor model, for --frames");
   CLI::Option* frames =
