@@ -190,5 +190,15 @@ TEST(DecoderBase, RefusesAndReports) {
   EXPECT_TRUE(rig.decoder->point_cloud_->points.empty());
 }
 
+/// Else the runs of this suite that ask for the narrow path would quietly test the wide one again.
+TEST(PacketLoops, TheEnvironmentCanAskForTheNarrowOnes) {
+  const char* const asked = std::getenv("ORVA_ISA");
+  const std::string chosen = tevoro::lidar::ChoosePacketLoops().instruction_set;
+  if (asked != nullptr) EXPECT_EQ(chosen, asked);
+#if defined(__x86_64__)
+  if (asked == nullptr && __builtin_cpu_supports("avx2")) EXPECT_NE(chosen, "baseline");
+#endif
+}
+
 }  // namespace
 }  // namespace orva::test

@@ -9,6 +9,7 @@
 #include "common/counter.h"
 #include "decoder/mounting.h"
 #include "decoder/packet_blocks.h"
+#include "decoder/packet_loops.h"
 #include "orva_driver.h"
 #include "param/check_param.h"
 
@@ -98,7 +99,7 @@ class Decoder {
 
   const DecoderParam& Param() const { return param_; }
   const DecoderConstParam& ConstParam() const { return const_param_; }
-  const Mounting& GetMounting() const { return mounting_; }
+  Placement GetPlacement() const { return {param_.min_distance, param_.max_distance, mounting_.Pose()}; }
   const PacketCounts& ProcessedPackets() const { return processed_; }  ///< by ProcessMsopPacket; any thread
   const PacketCounts& ExaminedPackets() const { return examined_; }    ///< by toSplite; any thread
 

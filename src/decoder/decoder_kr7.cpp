@@ -15,14 +15,12 @@ bool KR7Impl<PC>::IsNewFrame(const uint16_t& counter) {
 
 template <typename PC>
 bool KR7Impl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq) {
-  if (!IsNewFrame(static_cast<uint16_t>(FrameCounter::Read(data)))) return false;
+  if (!IsNewFrame(static_cast<uint16_t>(KR7Model::FrameCounter::Read(data)))) return false;
   seq = 0;
   return true;
 }
 
-#define ORVA_INSTANTIATE(PC)  \
-  template class KR7Impl<PC>; \
-  template class DecoderKR7<PC>;
+#define ORVA_INSTANTIATE(PC) template class KR7Impl<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

@@ -3,31 +3,30 @@
 
 #include "common/cloud_types.h"
 #include "decoder/frame_marker.h"
-#include "decoder/projection.h"
 
 namespace tevoro::lidar {
 
 template <typename PC>
 bool TS4AImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t start) {
-  if (start >= kConst.BLOCKS_PER_PKT) return false;
-  const auto blocks = static_cast<uint16_t>(kConst.BLOCKS_PER_PKT - start);
+  constexpr uint16_t kBlocks = TS4AModel::kConst.BLOCKS_PER_PKT;
+  if (start >= kBlocks) return false;
   uint16_t after = 0;
-  const bool ended = FindFrameEnd(data, kFirstBlock + kBlockStride * start, kBlockStride, blocks, after);
-  if (owner_->point_cloud_) {
-    AppendPoints<kConst.BLOCKS_PER_PKT>(*owner_->point_cloud_, start, [](auto*) {});
+  const bool ended = FindFrameEnd(data, TS4AModel::kFirstBlock + TS4AModel::kBlockStride * start,
+                                  TS4AModel::kBlockStride, static_cast<uint16_t>(kBlocks - start), after);
+  if (this->owner_->point_cloud_) {
+    appender_.template Append<kBlocks>(*this->owner_->point_cloud_, start, [](auto*) {});
   }
-  if (ended) owner_->split_cb_(kConst.LASER_NUM, 0.0);
+  if (ended) this->EnableFinallyFrame();
   return ended;
 }
 
 template <typename PC>
 bool TS4AImpl<PC>::SplitFrame(const uint8_t* data, size_t /*len*/, uint16_t& seq) const {
-  return FindFrameEnd(data, kFirstBlock, kBlockStride, kConst.BLOCKS_PER_PKT, seq);
+  return FindFrameEnd(data, TS4AModel::kFirstBlock, TS4AModel::kBlockStride, TS4AModel::kConst.BLOCKS_PER_PKT,
+                      seq);
 }
 
-#define ORVA_INSTANTIATE(PC)   \
-  template class TS4AImpl<PC>; \
-  template class DecoderTS4A<PC>;
+#define ORVA_INSTANTIATE(PC) template class TS4AImpl<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

@@ -13,9 +13,7 @@ bool TS4BImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_
   return ended;
 }
 
-#define ORVA_INSTANTIATE(PC)   \
-  template class TS4BImpl<PC>; \
-  template class DecoderTS4B<PC>;
+#define ORVA_INSTANTIATE(PC) template class TS4BImpl<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "decoder/grid_decoder.h"
-#include "decoder/model_decoder.h"
 
 namespace tevoro::lidar {
 
@@ -10,7 +9,7 @@ namespace tevoro::lidar {
 struct OrvaTS4BMsopBlock {
   static constexpr size_t kFirst = 25;
   static constexpr size_t kStride = 40;
-  static constexpr size_t kBytesRead = 32;  ///< of each block at a time
+  static constexpr size_t kCount = 32;
 
   using Code = Field<0, 2>;  ///< grid code: column, line
   using PulseDivisor = Field<2, 2>;
@@ -29,6 +28,7 @@ struct OrvaTS4BMsopBlock {
 /// TS4B: 192 lines x 128 columns, 32 measurements in a packet.
 struct TS4BModel {
   using Block = OrvaTS4BMsopBlock;
+  static constexpr auto kLoop = &PacketLoops::ts4b;
   struct Tail {
     using StatusWord = Field<1315, 2>;
     using TemperatureA = Field<1317, 2>;
@@ -36,7 +36,7 @@ struct TS4BModel {
     using StatusByte = Field<1333, 1>;
   };
 
-  static constexpr DecoderConstParam kConst = ModelConstants(1360, 192, 32);
+  static constexpr DecoderConstParam kConst = ModelConstants(1360, 192, Block::kCount);
   static constexpr double kMetresPerUnit = 0.15;
   static constexpr bool kRejectsNonPositiveRaw = false;
   static constexpr bool kReportsSourceDistance = true;
@@ -55,9 +55,6 @@ class TS4BImpl : public GridDecoder<PC, TS4BModel> {
 };
 
 template <typename PC>
-class DecoderTS4B : public ModelDecoder<PC, TS4BImpl<PC>> {
- public:
-  using ModelDecoder<PC, TS4BImpl<PC>>::ModelDecoder;
-};
+using DecoderTS4B = ModelDecoder<PC, TS4BImpl<PC>>;
 
 }  // namespace tevoro::lidar

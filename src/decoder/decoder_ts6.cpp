@@ -68,9 +68,7 @@ void TS6Impl<PC>::Print() const {
   std::fputs(line.str().c_str(), stdout);
 }
 
-#define ORVA_INSTANTIATE(PC)  \
-  template class TS6Impl<PC>; \
-  template class DecoderTS6<PC>;
+#define ORVA_INSTANTIATE(PC) template class TS6Impl<PC>;
 ORVA_FOR_EACH_CLOUD(ORVA_INSTANTIATE)
 
 }  // namespace tevoro::lidar

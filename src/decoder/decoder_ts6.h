@@ -2,7 +2,6 @@
 #pragma once
 
 #include "decoder/grid_decoder.h"
-#include "decoder/model_decoder.h"
 
 namespace tevoro::lidar {
 
@@ -10,7 +9,7 @@ namespace tevoro::lidar {
 struct OrvaTS6MsopBlock {
   static constexpr size_t kFirst = 25;
   static constexpr size_t kStride = 16;
-  static constexpr size_t kBytesRead = 16;  ///< of each block at a time
+  static constexpr size_t kCount = 64;
 
   using Code = Field<0, 2>;  ///< grid code: column, line
   using PulseDivisor = Field<2, 2>;
@@ -28,6 +27,7 @@ struct OrvaTS6MsopBlock {
 /// TS6: 192 lines x 128 columns, 64 measurements in a packet, with clock and IMU.
 struct TS6Model {
   using Block = OrvaTS6MsopBlock;
+  static constexpr auto kLoop = &PacketLoops::ts6;
   struct Tail {
     using StatusWord = Field<1059, 2>;
     using TemperatureA = Field<1061, 2>;
@@ -38,7 +38,7 @@ struct TS6Model {
     using ImuStamp = Field<1092, 3>;
   };
 
-  static constexpr DecoderConstParam kConst = ModelConstants(1104, 192, 64);
+  static constexpr DecoderConstParam kConst = ModelConstants(1104, 192, Block::kCount);
   static constexpr double kMetresPerUnit = 0.149896229;
   static constexpr bool kRejectsNonPositiveRaw = true;
   static constexpr bool kReportsSourceDistance = false;
@@ -69,9 +69,6 @@ class TS6Impl : public GridDecoder<PC, TS6Model> {
 };
 
 template <typename PC>
-class DecoderTS6 : public ModelDecoder<PC, TS6Impl<PC>> {
- public:
-  using ModelDecoder<PC, TS6Impl<PC>>::ModelDecoder;
-};
+using DecoderTS6 = ModelDecoder<PC, TS6Impl<PC>>;
 
 }  // namespace tevoro::lidar

@@ -8,6 +8,7 @@
 namespace tevoro::lidar {
 
 /// A model's decoder: the base over the model's constants, forwarding to the model's own implementation.
+/// DecoderKR7 and its like are names for it.
 template <typename PC, typename ModelImpl>
 class ModelDecoder : public Decoder<PC> {
  public:
@@ -27,10 +28,29 @@ class ModelDecoder : public Decoder<PC> {
   }
   void UpdateCheckParam(CheckParam* param) override { impl_->UpdateCheckParam(param); }
 
-  Impl& GetImpl() { return *impl_; }
-
  private:
   const std::shared_ptr<Impl> impl_;
+};
+
+/// Base of the implementations: a model that yields no points, knows no frame end but the end of input, and
+/// takes no calibration. A model hides what it does otherwise.
+template <typename PC, typename ModelDescription>
+class ModelImpl {
+ public:
+  using Model = ModelDescription;
+  static constexpr const DecoderConstParam& kConst = Model::kConst;
+
+  explicit ModelImpl(Decoder<PC>* owner) : owner_(owner) {}
+  ModelImpl(const ModelImpl&) = delete;
+  ModelImpl& operator=(const ModelImpl&) = delete;
+
+  bool DecodeMsopPacket(const uint8_t*, size_t, uint16_t) { return false; }
+  void EnableFinallyFrame() { owner_->split_cb_(kConst.LASER_NUM, 0.0); }
+  bool SplitFrame(const uint8_t*, size_t, uint16_t&) { return false; }
+  void UpdateCheckParam(const CheckParam*) {}
+
+ protected:
+  Decoder<PC>* const owner_;
 };
 
 }  // namespace tevoro::lidar

@@ -12,15 +12,12 @@ class Mounting {
  public:
   explicit Mounting(const DecoderParam& param);
 
-  bool Enabled() const { return enabled_; }
+  /// Three rows; null unless `use_transform` was set.
+  const double (*Pose() const)[4] { return enabled_ ? matrix_ : nullptr; }
 
-  /// Rotates and translates in double. Does nothing unless `use_transform` was set.
+  /// Rotates and translates one point in double. Does nothing unless `use_transform` was set.
   void Apply(float& x, float& y, float& z) const {
-    if (enabled_) Transform(x, y, z);
-  }
-
-  /// The same, whether enabled or not.
-  void Transform(float& x, float& y, float& z) const {
+    if (!enabled_) return;
     const double px = x;
     const double py = y;
     const double pz = z;

@@ -25,8 +25,8 @@ namespace {
 using tevoro::lidar::FindFrameEnd;
 using tevoro::lidar::OrvaTS4BMsopBlock;
 using tevoro::lidar::OrvaTS6MsopBlock;
-using Ts4a = tevoro::lidar::TS4AImpl<PointCloud<Point>>;
-using Nv2 = tevoro::lidar::NV2Impl<PointCloud<Point>>;
+using Ts4a = tevoro::lidar::TS4AModel;
+using Nv2 = tevoro::lidar::NV2Model;
 
 constexpr auto kTs4b = tevoro::lidar::TS4BModel::kConst;
 constexpr auto kTs6 = tevoro::lidar::TS6Model::kConst;

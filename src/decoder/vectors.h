@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Vectors of ORVA_LANES 32-bit values, in the compiler's own portable type, for the loops in
+// packet_loops_body.h. Everything here has internal linkage and calls no function of another header: code
+// compiled for a wide instruction set must never be merged with that of another object file.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <immintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+namespace tevoro::lidar {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "fields are cut out of words as they are loaded");
+
+inline constexpr size_t kQuad =
+    4;  ///< 32-bit values in 16 bytes, the piece within which vectors are shuffled
+inline constexpr size_t kLanes = ORVA_LANES;
+inline constexpr size_t kHalf = kLanes / 2;
+
+using Quad = uint32_t __attribute__((vector_size(16)));
+using Words = uint32_t __attribute__((vector_size(4 * kLanes)));
+using Ints = int32_t __attribute__((vector_size(4 * kLanes)));
+using Floats = float __attribute__((vector_size(4 * kLanes)));
+using Doubles = double __attribute__((vector_size(4 * kLanes)));  ///< half as many values
+
+template <typename Vector>
+inline Vector Load(const void* from) {
+  Vector value;
+  __builtin_memcpy(&value, from, sizeof(value));
+  return value;
+}
+
+template <typename Vector>
+inline void Store(const Vector& value, void* to) {
+  __builtin_memcpy(to, &value, sizeof(value));
+}
+
+inline Words Bits(Floats value) {
+  return reinterpret_cast<Words>(value);
+}
+
+/// `value` where the comparison holds, else 0.
+inline Floats Select(Ints condition, Floats value) {
+  return reinterpret_cast<Floats>(Bits(value) & reinterpret_cast<Words>(condition));
+}
+
+inline Floats Magnitude(Floats value) {
+  return reinterpret_cast<Floats>(Bits(value) & 0x7FFFFFFFU);
+}
+
+/// Fields have at most 24 bits, and machines convert signed integers to floating point faster than unsigned.
+inline Floats ToFloats(Words value) {
+  return __builtin_convertvector(reinterpret_cast<Ints>(value), Floats);
+}
+
+// Conversions between the two precisions, from memory or to memory, where they cost no shuffle. g++ 12 takes
+// the portable ones to pieces, hence the machine's own beside them.
+#if defined(__AVX512F__) && ORVA_LANES == 16
+inline Doubles LoadFloatsAsDoubles(const float* from) {
+  return _mm512_cvtps_pd(_mm256_loadu_ps(from));
+}
+inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+  return _mm512_cvtepi32_pd(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)));
+}
+inline void StoreAsFloats(Doubles value, float* to) {
+  _mm256_storeu_ps(to, _mm512_cvtpd_ps(value));
+}
+#elif defined(__AVX__) && ORVA_LANES == 8
+inline Doubles LoadFloatsAsDoubles(const float* from) {
+  return _mm256_cvtps_pd(_mm_loadu_ps(from));
+}
+inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+  return _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
+inline void StoreAsFloats(Doubles value, float* to) {
+  _mm_storeu_ps(to, _mm256_cvtpd_ps(value));
+}
+#elif defined(__SSE2__) && ORVA_LANES == 4
+inline Doubles LoadFloatsAsDoubles(const float* from) {
+  return _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from))));
+}
+inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+  return _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
+}
+inline void StoreAsFloats(Doubles value, float* to) {
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_castps_si128(_mm_cvtpd_ps(value)));
+}
+#else
+using HalfInts = int32_t __attribute__((vector_size(2 * kLanes)));
+using HalfFloats = float __attribute__((vector_size(2 * kLanes)));
+inline Doubles LoadFloatsAsDoubles(const float* from) {
+  return __builtin_convertvector(Load<HalfFloats>(from), Doubles);
+}
+inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+  return __builtin_convertvector(Load<HalfInts>(from), Doubles);
+}
+inline void StoreAsFloats(Doubles value, float* to) {
+  Store(__builtin_convertvector(value, HalfFloats), to);
+}
+#endif
+
+using LaneIndices = std::make_index_sequence<kLanes>;
+
+/// Within every 16 bytes of two vectors: element `i` is number First + i / 2 * Step of one or the other.
+template <size_t... Lane>
+inline Words InterleaveLow(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane / 4 * 4 + Lane % 4 / 2 + Lane % 2 * kLanes)...);
+}
+template <size_t... Lane>
+inline Words InterleaveHigh(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane / 4 * 4 + 2 + Lane % 4 / 2 + Lane % 2 * kLanes)...);
+}
+/// The lower or upper halves of the 16 bytes of `a`, then of `b`.
+template <size_t... Lane>
+inline Words JoinLow(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane / 4 * 4 + Lane % 2 + Lane % 4 / 2 * kLanes)...);
+}
+template <size_t... Lane>
+inline Words JoinHigh(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane / 4 * 4 + 2 + Lane % 2 + Lane % 4 / 2 * kLanes)...);
+}
+
+/// The first word of every 16 bytes from `a`, the others from `b`.
+template <size_t... Lane>
+inline Words FirstWordOf(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane + (Lane % 4 == 0 ? 0 : kLanes))...);
+}
+/// From every 16 bytes: first of `a`, first of `b`, last of `a`, last of `b`.
+template <size_t... Lane>
+inline Words JoinEnds(Words a, Words b, std::index_sequence<Lane...>) {
+  return __builtin_shufflevector(a, b, (Lane / 4 * 4 + Lane % 4 / 2 * 3 + Lane % 2 * kLanes)...);
+}
+
+/// Four rows become four columns, in each 16 bytes of the vectors.
+inline void Transpose(Words (&rows)[kQuad]) {
+  constexpr LaneIndices kAll;
+  const Words low01 = InterleaveLow(rows[0], rows[1], kAll);
+  const Words high01 = InterleaveHigh(rows[0], rows[1], kAll);
+  const Words low23 = InterleaveLow(rows[2], rows[3], kAll);
+  const Words high23 = InterleaveHigh(rows[2], rows[3], kAll);
+  rows[0] = JoinLow(low01, low23, kAll);
+  rows[1] = JoinHigh(low01, low23, kAll);
+  rows[2] = JoinLow(high01, high23, kAll);
+  rows[3] = JoinHigh(high01, high23, kAll);
+}
+
+template <size_t... Lane>
+inline Words Counting(std::index_sequence<Lane...>) {
+  return Words{Lane...};
+}
+
+/// 16 bytes from each of `at(0)`, `at(4)`, ...: what belongs to measurements four apart stands in one vector,
+/// so that Transpose puts the measurements in order.
+template <typename At>
+inline Words LoadQuads(const At& at) {
+  if constexpr (kLanes == 4) {
+    return Load<Words>(at(0));
+  } else if constexpr (kLanes == 8) {
+    return __builtin_shufflevector(Load<Quad>(at(0)), Load<Quad>(at(4)), 0, 1, 2, 3, 4, 5, 6, 7);
+  } else {
+    Words value;
+    for (size_t quad = 0; quad < kLanes / kQuad; ++quad)
+      __builtin_memcpy(reinterpret_cast<char*>(&value) + 16 * quad, at(4 * quad), 16);
+    return value;
+  }
+}
+
+/// The reverse.
+template <typename At>
+inline void StoreQuads(Words value, const At& at) {
+  if constexpr (kLanes == 4) {
+    Store(value, at(0));
+  } else if constexpr (kLanes == 8) {
+    Store(Quad(__builtin_shufflevector(value, value, 0, 1, 2, 3)), at(0));
+    Store(Quad(__builtin_shufflevector(value, value, 4, 5, 6, 7)), at(4));
+  } else {
+    for (size_t quad = 0; quad < kLanes / kQuad; ++quad)
+      __builtin_memcpy(at(4 * quad), reinterpret_cast<const char*>(&value) + 16 * quad, 16);
+  }
+}
+
+}  // namespace
+}  // namespace tevoro::lidar
