@@ -70,7 +70,7 @@ void NV2Impl<PC>::PublishImu(const uint8_t* data, double now) {
   if (this->owner_->IsImuSame(imu, last_imu_)) return;
   last_imu_ = imu;
   if (!this->owner_->imu_cb_ || !this->owner_->imu_msg_) return;
-  FillImuMsg(imu, kImuRateScale, now, *this->owner_->imu_msg_);
+  FillImuMsg(imu, NV2Model::kImuRateScale, now, *this->owner_->imu_msg_);
   this->owner_->imu_cb_();
 }
 

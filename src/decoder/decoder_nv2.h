@@ -20,10 +20,10 @@ struct NV2Model {
   static constexpr size_t kMeasurementStride = 6;  ///< intensity in 12 bits, distance code in 16, 16 unused
   static constexpr size_t kImu = 1197;
   static constexpr size_t kUtc = 1210;
-  static constexpr double kImuRateScale = 2.0345e-05;  ///< half turns per second and count
 
   static constexpr double kMetresPerCode = 0.009375;
-  static constexpr double kOffset = 2.0;  ///< metres
+  static constexpr double kOffset = 2.0;               ///< metres
+  static constexpr double kImuRateScale = 2.0345e-05;  ///< half turns per second and count
 };
 
 /// A frame ends when the line number falls.

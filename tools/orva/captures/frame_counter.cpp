@@ -17,8 +17,8 @@ namespace orva {
 namespace {
 
 using tevoro::lidar::DecoderConstParam;
-using Nv2 = tevoro::lidar::NV2Impl<PointCloud<Point>>;
-using Ts4a = tevoro::lidar::TS4AImpl<PointCloud<Point>>;
+using Nv2 = tevoro::lidar::NV2Model;
+using Ts4a = tevoro::lidar::TS4AModel;
 using tevoro::lidar::OrvaTS4BMsopBlock;
 using tevoro::lidar::OrvaTS6MsopBlock;
 constexpr auto kTs4b = tevoro::lidar::TS4BModel::kConst;

@@ -14,7 +14,7 @@ using tevoro::lidar::FillImuMsg;
 using tevoro::lidar::IMUBlock;
 using tevoro::lidar::TS6Model;
 using tevoro::lidar::UTCBlock;
-using Nv2 = tevoro::lidar::NV2Impl<PointCloud<Point>>;
+using Nv2 = tevoro::lidar::NV2Model;
 
 bool IsOf(const DecoderConstParam& model, const std::uint8_t* packet, std::size_t length) {
   return length == model.MSOP_LEN && std::equal(model.MSOP_ID, model.MSOP_ID + model.MSOP_ID_LEN, packet);
