@@ -240,10 +240,11 @@ struct ImuMsg {
 
 /// Where the calibration of the points comes from.
 enum CalibrationState : int32_t {
-  CALIBRATION_NONE = 0,         ///< points come uncalibrated: no folder was given, or it did not load whole
+  CALIBRATION_NONE = 0,  ///< points come uncalibrated: no folder was given, or it did not load whole; or
+                         ///< a download ended that lacked sections or whose model takes none
   CALIBRATION_FROM_FOLDER = 1,  ///< the calibration folder is in use
   CALIBRATION_DOWNLOADING = 2,  ///< asked for from the sensor, not yet in use: points come uncalibrated
-  CALIBRATION_FROM_SENSOR = 3,  ///< the download ended and is in use
+  CALIBRATION_FROM_SENSOR = 3,  ///< the download ended, filled all that the model takes, and is in use
 };
 
 /// What became of every packet since InitDriver, see OrvaDriver::GetStatistics. Stop and Start let the counts
@@ -279,7 +280,8 @@ struct DriverStatistics {
                                       ///< its own overhead (some 2300 bytes for a packet of 1360)
   uint64_t calibration_bytes = 0;     ///< live: bytes of calibration that the sensor has sent
   CalibrationState calibration = CALIBRATION_NONE;
-  int32_t reserved_int = 0;
+  int32_t calibration_sections = 0;  ///< live: sections of the calibration that the sensor's download filled,
+                                     ///< of the 4 that TS4A, TS4B and TS6 take. Fewer are in use all the same
   uint64_t reserved[13] = {};
 };
 
@@ -335,7 +337,8 @@ class ORVA_API OrvaDriver {
   /// or unusable calibration folder is not a failure: points then come uncalibrated.
   bool InitDriver(const DriverParam& param);
   /// Starts the threads. True also when they run already; false without a successful InitDriver, or when
-  /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index.
+  /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index, while a
+  /// calibration download that was broken off begins anew.
   bool Start();
   /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms. Waits
   /// for a callback that is running, so hold no lock here that a callback needs. Harmless when repeated, and
@@ -343,7 +346,9 @@ class ORVA_API OrvaDriver {
   void Stop();
 
   /// Replay: true once the recording is indexed; `status` is then the number of frames, and a play that
-  /// is under way is cancelled. Otherwise, and live, false with `status` untouched.
+  /// is under way is cancelled. Otherwise, and live, false with `status` untouched. From outside a callback
+  /// it waits until the first packet of a frame that is being played is decoded, with the callbacks that this
+  /// packet causes: hold no lock here that the packet, error or cloud callbacks need.
   bool GetLocalFileStatus(int& status);
   /// Replay: asks for frame `frame`, counted from 0, and returns at once. False, with nothing changed,
   /// while indexing, while a play is under way, for a number out of range, and live.

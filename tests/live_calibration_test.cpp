@@ -51,6 +51,7 @@ TEST(CalibrationStream, FillsTheRecordByteForByteInAnyOrder) {
       Download download(model);
       download.PushAll(SectionStream(*sent, order), model == TS4 ? 2009 : 1000);
       EXPECT_TRUE(download.Holds(model == TS4 ? CheckParam() : *sent)) << model << order;
+      EXPECT_EQ(download.stream.FilledSections(), model == TS4 ? 0U : 4U);
     }
   }
 }
@@ -65,6 +66,7 @@ TEST(CalibrationStream, LeavesOutWhatIsMissingOrShort) {
   Download download;
   download.PushAll(short_table + SectionStream(*sent, "C") + "more", 2009);
   EXPECT_TRUE(download.Holds(want));
+  EXPECT_EQ(download.stream.FilledSections(), 1U);
 }
 
 TEST(CalibrationStream, TakesTheFirstMarkerOnAWordEvenInsideData) {
@@ -219,6 +221,27 @@ TEST(CalibrationLoader, RequestSequences) {
     }
     if (c.completes) EXPECT_TRUE(loading.Completes());
   }
+}
+
+TEST(CalibrationLoader, BeginsAnewAfterAStop) {
+  CheckParam sent;
+  SetWeights(sent, {1, 2, 3, 4}, {1, 2, 3, 4, 5, 6, 7, 8});
+  const std::string stream = SectionStream(sent, "CD");
+  const UdpPeer sensor;
+  Loading loading(sensor.Port());
+  uint16_t driver = 0;
+  ASSERT_EQ(sensor.Receive(&driver, 60'000), Request(false, 0, 1000));
+  sensor.Send(driver, CalibrationReply(stream.size(), stream.substr(0, 20)));
+  while (sensor.Receive(&driver, 60'000) != Request(false, 1000, 20)) {
+  }
+  loading.thread.Stop();
+  sensor.Send(driver, CalibrationReply(stream.size(), stream.substr(20, 20)));  // too late
+  loading.thread.Start([&] { loading.loader.Run(loading.thread); });
+  while (sensor.Receive(&driver, 60'000) != Request(false, 0, 1000)) {
+  }
+  sensor.Send(driver, CalibrationReply(stream.size(), stream));
+  ASSERT_TRUE(loading.Completes());
+  EXPECT_EQ(std::memcmp(loading.service->GetCheckParam(TS4B), &sent, sizeof(sent)), 0);
 }
 
 }  // namespace

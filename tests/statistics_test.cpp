@@ -181,5 +181,27 @@ TEST_F(StatisticsTest, TheKernelsDropsAndADownloadAreSeen) {
   EXPECT_EQ(Read().calibration_bytes, stream.size());
 }
 
+TEST_F(StatisticsTest, OnlyAWholeDownloadCountsAsCalibration) {
+  struct Case {
+    LidarType model;
+    const char* sections;
+    int32_t filled;
+    CalibrationState state;
+  };
+  for (const Case& c : {Case{TS4B, "DBCA", 4, CALIBRATION_FROM_SENSOR}, Case{TS6, "ABD", 3, CALIBRATION_NONE},
+                        Case{TS4, "ABCD", 0, CALIBRATION_NONE}, Case{NV2, "ABCD", 0, CALIBRATION_NONE}}) {
+    SCOPED_TRACE(testing::Message() << c.model << c.sections);
+    const std::string stream = SectionStream(CheckParam(), c.sections);
+    const sim::CalibrationServer command({stream.begin(), stream.end()}, kLoopback, 0);
+    DriverParam param = LiveParam(c.model);
+    param.calib_from_lidar = true;
+    param.calibration_param = CommandParam(command.Port());
+    ASSERT_TRUE(player_.driver.InitDriver(param) && player_.driver.Start());
+    EXPECT_TRUE(Eventually([&] { return Read().calibration != CALIBRATION_DOWNLOADING; }));
+    EXPECT_EQ(Read().calibration, c.state);
+    EXPECT_EQ(Read().calibration_sections, c.filled);
+  }
+}
+
 }  // namespace
 }  // namespace orva::test

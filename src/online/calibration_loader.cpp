@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 #include "param/calibration_wire.h"
 
@@ -20,6 +21,7 @@ constexpr uint16_t CALIB_CHUNK_REQUEST = 1000;
 constexpr uint16_t kClosingRequest = 100;  // asked once more where the end came unannounced
 constexpr microseconds kRetryAfter{10'000};
 constexpr milliseconds kBetweenRequests{1};
+constexpr milliseconds kMostLateReplies{1000};
 
 class Request {
  public:
@@ -56,6 +58,8 @@ struct CalibrationLoader::Progress {
 void CalibrationLoader::Run(const WorkerThread& thread) {
   Progress progress;
   request_outstanding_ = false;
+  if (begun_ && !download_complete_) BeginAnew(thread);
+  begun_ = true;
   while (thread.Running()) {
     if (!load_enabled_) {
       Idle();
@@ -71,6 +75,19 @@ bool CalibrationLoader::TakeRecord() {
   if (!apply_pending_ || !download_complete_) return false;
   apply_pending_ = false;
   return true;
+}
+
+/// A reply does not say which bytes it carries. What the sensor still has to say to the requests of an
+/// earlier run would count as the first bytes of this one, so it is waited for, until the channel is quiet.
+void CalibrationLoader::BeginAnew(const WorkerThread& thread) {
+  service_->RestartStream();
+  char discarded[calibration_reply::kMostBytes];
+  const Clock::time_point end = Clock::now() + kMostLateReplies;
+  while (thread.Running() && Clock::now() < end) {
+    const int length = channel_.RecvData(discarded, calibration_reply::kMostBytes);
+    if (length == 0) return;
+    if (length < 0) std::this_thread::sleep_for(kBetweenRequests);
+  }
 }
 
 void CalibrationLoader::Idle() {
@@ -104,9 +121,9 @@ void CalibrationLoader::AwaitReply(Progress& progress) {
 void CalibrationLoader::TakeReply(Progress& progress, const char* reply, int length) {
   bool last_chunk = false;
   bool complete = false;
-  progress.offset += static_cast<uint32_t>(progress.step);
-  progress.step =
+  const int step =
       service_->PushData(type_, reinterpret_cast<const signed char*>(reply), length, last_chunk, complete);
+  progress.offset += static_cast<uint32_t>(std::exchange(progress.step, step));
   progress.request.SetLastChunk(last_chunk);
   if (length > calibration_reply::kOverhead && progress.step >= 0) {
     received_bytes_.Add(static_cast<uint64_t>(length - calibration_reply::kOverhead));
@@ -124,7 +141,11 @@ void CalibrationLoader::TakeReply(Progress& progress, const char* reply, int len
     progress.waiting = false;
     request_outstanding_ = false;
   }
-  if (complete) download_complete_ = true;
+  if (!complete) return;
+  bool all = false;
+  filled_sections_ = static_cast<int32_t>(service_->FilledSections(type_, all));
+  filled_all_ = all;
+  download_complete_ = true;
 }
 
 void GetCommand(uint8_t* command, size_t length) {

@@ -31,19 +31,24 @@ class CalibrationLoader {
   bool Init() { return channel_.Init(); }
 
   /// Asks for the calibration chunk by chunk until the record is filled, then keeps draining the channel;
-  /// returns when `thread` is to end. A sensor that never answers is asked for ever.
+  /// returns when `thread` is to end. A sensor that never answers is asked for ever. After a download that
+  /// was broken off it begins anew.
   void Run(const WorkerThread& thread);
 
   /// True once, when the record is filled and waits to be given to the decoder.
   bool TakeRecord();
 
-  /// Bytes of the calibration stream that have arrived. From any thread.
-  uint64_t ReceivedBytes() const { return received_bytes_.Value(); }
+  // From any thread.
+  uint64_t ReceivedBytes() const { return received_bytes_.Value(); }  ///< of the calibration stream
+  int32_t FilledSections() const { return filled_sections_; }         ///< by the completed download
+  /// The download is complete and has filled every section that the model takes.
+  bool FilledAll() const { return filled_all_; }
 
  private:
   /// What one run of the thread remembers between requests.
   struct Progress;
 
+  void BeginAnew(const WorkerThread& thread);
   void Idle();
   bool Send(Progress& progress);
   void AwaitReply(Progress& progress);
@@ -56,6 +61,9 @@ class CalibrationLoader {
   std::atomic<bool> apply_pending_{true};       ///< the decoder has not got the record yet
   std::atomic<bool> download_complete_{false};  ///< the record is filled
   std::atomic<bool> request_outstanding_{false};
+  std::atomic<int32_t> filled_sections_{0};
+  std::atomic<bool> filled_all_{false};
+  bool begun_ = false;  ///< the load thread's own
   Counter received_bytes_;
 };
 

@@ -218,7 +218,7 @@ void OnlineManager<PC>::Impl::DecodeLoop() {
   while (decoder_thread_.Running()) {
     if (loader_ && loader_->TakeRecord()) {  // between two packets, never inside one
       decoder_->UpdateCheckParam(service_->GetCheckParam(param_.lidar_type));
-      calibration_ = CALIBRATION_FROM_SENSOR;
+      calibration_ = loader_->FilledAll() ? CALIBRATION_FROM_SENSOR : CALIBRATION_NONE;
     }
     bool more = false;
     const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
@@ -280,7 +280,10 @@ DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
     statistics.receive_buffer_bytes = socket->ReadBuffer();
   }
   statistics.calibration = calibration_;
-  if (loader_) statistics.calibration_bytes = loader_->ReceivedBytes();
+  if (loader_) {
+    statistics.calibration_bytes = loader_->ReceivedBytes();
+    statistics.calibration_sections = loader_->FilledSections();
+  }
   return statistics;
 }
 

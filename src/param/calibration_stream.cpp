@@ -42,13 +42,16 @@ int CalibrationStream::PushData(const LidarType& type, const signed char* data, 
     PrintLine("data is erorr!");
     return -1;
   }
-  if (stream_total_ == 0)
-    stream_total_ = static_cast<int32_t>(Word(data, len, reply::kStreamLength) - reply::kLengthExcess);
+  const int32_t total =
+      stream_total_ != 0 ? stream_total_
+                         : static_cast<int32_t>(Word(data, len, reply::kStreamLength) - reply::kLengthExcess);
 
   // A reply that is shorter than its frame lowers the count.
   const int32_t payload = len - reply::kOverhead;
+  if (payload > 0) Append(data + reply::kPayload, payload, total);
+  // Counted once it is stored: a reply for which memory runs out has not been, and is asked for again.
+  stream_total_ = total;
   stream_received_ = WrappingAdd(stream_received_, payload);
-  if (payload > 0) Append(data + reply::kPayload, payload);
 
   if (stream_total_ > stream_received_) {
     const int32_t remaining = WrappingSubtract(stream_total_, stream_received_);
@@ -59,15 +62,24 @@ int CalibrationStream::PushData(const LidarType& type, const signed char* data, 
   std::vector<IndexParam> index = FindMarkers(type);
   if (!index.empty()) {
     Sort(index);
-    FillCheckParam(type, CutSections(index), record);
+    filled_sections_ = FillCheckParam(type, CutSections(index), record);
   }
   complete = true;
   return 0;
 }
 
-void CalibrationStream::Append(const signed char* payload, int32_t bytes) {
-  const int64_t limit =
-      std::min(std::max(int64_t{stream_total_}, int64_t{0}) + kLargestPayload, kMostStoredBytes);
+void CalibrationStream::Restart() {
+  stream_total_ = 0;
+  stream_received_ = 0;
+  stream_bytes_.clear();
+}
+
+size_t CalibrationStream::SectionsOf(const LidarType& type) {
+  return type == TS4A || type == TS4B || type == TS6 ? GetFlags(type).size() : 0;
+}
+
+void CalibrationStream::Append(const signed char* payload, int32_t bytes, int32_t total) {
+  const int64_t limit = std::min(std::max(int64_t{total}, int64_t{0}) + kLargestPayload, kMostStoredBytes);
   const int64_t room = std::max(limit - static_cast<int64_t>(stream_bytes_.size()), int64_t{0});
   stream_bytes_.insert(stream_bytes_.end(), payload, payload + std::min(int64_t{bytes}, room));
 }
@@ -124,15 +136,19 @@ CalibrationStream::Sections CalibrationStream::CutSections(const std::vector<Ind
   return sections;
 }
 
-void CalibrationStream::FillCheckParam(const LidarType& type, const Sections& sections, CheckParam* record) {
-  if ((type != TS4A && type != TS4B && type != TS6) || record == nullptr) return;
+size_t CalibrationStream::FillCheckParam(const LidarType& type, const Sections& sections,
+                                         CheckParam* record) {
+  if (SectionsOf(type) == 0 || record == nullptr) return 0;
+  size_t filled = 0;
   if (type == TS6) PrintLine("check_buffers size:" + std::to_string(sections.size()));
   for (const char* marker : GetFlags(type)) {
     const auto section = sections.find(marker);
     if (section == sections.end()) continue;
     if (type == TS6) PrintLine(std::string("find ") + marker);
-    const auto copy = [bytes = section->second.bytes](void* field, size_t size) {
-      if (bytes.size() >= size) std::memcpy(field, bytes.data(), size);
+    const auto copy = [&filled, bytes = section->second.bytes](void* field, size_t size) {
+      if (bytes.size() < size) return;
+      std::memcpy(field, bytes.data(), size);
+      ++filled;
     };
     switch (marker[0]) {
       case 'A':  // yes: A is elevation, B azimuth
@@ -149,6 +165,7 @@ void CalibrationStream::FillCheckParam(const LidarType& type, const Sections& se
         break;
     }
   }
+  return filled;
 }
 
 }  // namespace tevoro::lidar

@@ -58,4 +58,14 @@ int ParamService::PushData(const LidarType& type, const signed char* data, int l
   return impl_->stream_.PushData(type, data, len, GetCheckParam(type), last_chunk, complete);
 }
 
+void ParamService::RestartStream() {
+  impl_->stream_.Restart();
+}
+
+size_t ParamService::FilledSections(const LidarType& type, bool& all) const {
+  const size_t filled = impl_->stream_.FilledSections();
+  all = filled > 0 && filled == CalibrationStream::SectionsOf(type);
+  return filled;
+}
+
 }  // namespace tevoro::lidar

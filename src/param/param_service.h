@@ -31,6 +31,12 @@ class ParamService {
   /// word (both flags untouched). `last_chunk`: the next request completes the stream.
   int PushData(const LidarType& type, const signed char* data, int len, bool& last_chunk, bool& complete);
 
+  /// Forgets the replies of a download that was broken off: the next one is the first of a new stream.
+  void RestartStream();
+  /// Sections of the model that the completed download has filled; `all`: no one lacks. A model that takes
+  /// none is never filled.
+  size_t FilledSections(const LidarType& type, bool& all) const;
+
  private:
   class Impl;
   std::shared_ptr<Impl> impl_;
