@@ -91,8 +91,14 @@ bool InputPcap::ReadUpTo(long position) {
   return true;
 }
 
-int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, long* position,
-                          const bool& record) {
+bool InputPcap::Wanted(const pcap_pkthdr& header, const uint8_t* record) const {
+  if (link_type_ == DLT_EN10MB && header.caplen >= kPlainHeaders && IsPlainUdp(record)) {
+    return port_ == 0 || PlainDestinationPort(record) == port_;
+  }
+  return pcap_offline_filter(&filter_.program, &header, record) != 0;
+}
+
+int InputPcap::NextPacket(PacketView& packet, long* position, bool record, size_t largest) {
   if (!handle_) return -1;
   if (position != nullptr) {
     std::FILE* file = pcap_file(handle_.get());
@@ -107,18 +113,27 @@ int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, 
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   if (!ReadRecord(&header, &data)) return -1;
-  if (pcap_offline_filter(&filter_.program, header, data) == 0) return 0;
+  if (!Wanted(*header, data)) return 0;
 
   const std::optional<size_t> offset = PayloadOffset(link_type_, data, header->caplen);
   if (!offset || header->len < *offset || header->caplen < header->len) return 0;
   const size_t length = header->len - *offset;
-  if (length > buffer->capacity - buffer->offset) return 0;
-  std::memcpy(buffer->data.get() + buffer->offset, data + *offset, length);
-  if (length == 0) return 0;
-  buffer->offset = 0;
-  buffer->length = length;
-  buffer->received = static_cast<double>(header->ts.tv_sec) + static_cast<double>(header->ts.tv_usec) * 1e-6;
+  if (length > largest || length == 0) return 0;
+  packet = {data + *offset, length,
+            static_cast<double>(header->ts.tv_sec) + static_cast<double>(header->ts.tv_usec) * 1e-6};
   return static_cast<int>(length);
+}
+
+int InputPcap::RecvPacket(std::shared_ptr<Buffer>& buffer, const int& /*size*/, long* position,
+                          const bool& record) {
+  PacketView packet;
+  const int length = NextPacket(packet, position, record, buffer->capacity - buffer->offset);
+  if (length <= 0) return length;
+  std::memcpy(buffer->data.get() + buffer->offset, packet.data, packet.length);
+  buffer->offset = 0;
+  buffer->length = packet.length;
+  buffer->received = packet.received;
+  return length;
 }
 
 }  // namespace tevoro::lidar

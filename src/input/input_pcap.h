@@ -27,6 +27,9 @@ class InputPcap : public Input {
   int RecvPacket(std::shared_ptr<Buffer>& buffer, const int& size, long* position,
                  const bool& record) override;
 
+  /// The same without the copy: `packet` points to the payload, which the next call takes away.
+  int NextPacket(PacketView& packet, long* position, bool record, size_t largest = PACKET_BUFFER_SIZE);
+
  private:
   struct CloseCapture {
     void operator()(pcap_t* handle) const { pcap_close(handle); }
@@ -40,6 +43,9 @@ class InputPcap : public Input {
     bpf_program program{};  ///< empty it rejects everything
   };
 
+  /// Does the record hold a UDP datagram for us? What is plainly one, or plainly none, needs no filter
+  /// program.
+  bool Wanted(const pcap_pkthdr& header, const uint8_t* record) const;
   /// The next record. False at the end of the file and where it cannot be read.
   bool ReadRecord(pcap_pkthdr** header, const u_char** data);
   /// Reads from the start of the file to `position`. A pcapng file consists of sections that describe their

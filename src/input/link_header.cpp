@@ -82,4 +82,16 @@ std::optional<size_t> PayloadOffset(int link_type, const uint8_t* record, size_t
   return *link + *ip + kUdpHeader;
 }
 
+bool IsPlainUdp(const uint8_t* record) {
+  const uint8_t* ip = record + kEthernetHeader;
+  return record[12] == 0x08 && record[13] == 0x00 &&  // EtherType: IPv4
+         ip[0] == 0x45 &&                             // version 4, header of five words
+         (ip[6] & 0x3F) == 0 && ip[7] == 0 &&         // neither more fragments nor a fragment offset
+         ip[9] == 17;                                 // protocol: UDP
+}
+
+uint16_t PlainDestinationPort(const uint8_t* record) {
+  return static_cast<uint16_t>(record[36] << 8 | record[37]);
+}
+
 }  // namespace tevoro::lidar

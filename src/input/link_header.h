@@ -20,4 +20,14 @@ std::optional<uint16_t> EtherType(int link_type, const uint8_t* record, size_t c
 /// record is shorter than its headers or holds no IP.
 std::optional<size_t> PayloadOffset(int link_type, const uint8_t* record, size_t captured);
 
+/// Ethernet, IPv4 without options and UDP in front of a payload.
+inline constexpr size_t kPlainHeaders = 14 + 20 + 8;
+
+/// Is an Ethernet record of at least kPlainHeaders bytes an unfragmented UDP datagram in IPv4 without
+/// options?
+bool IsPlainUdp(const uint8_t* record);
+
+/// Of a record that is plain.
+uint16_t PlainDestinationPort(const uint8_t* record);
+
 }  // namespace tevoro::lidar

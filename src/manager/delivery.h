@@ -33,10 +33,9 @@ class Delivery {
 
   /// Shows a packet as it came to whoever registered for that, then decodes its blocks from `start`. True
   /// when it ended a frame.
-  bool Decode(Decoder<PC>& decoder, const Buffer& packet, uint16_t start) {
-    const uint8_t* data = packet.data.get() + packet.offset;
-    if (application_.packet) application_.packet(data, packet.length, packet.received);
-    return decoder.ProcessMsopPacket(data, packet.length, start);
+  bool Decode(Decoder<PC>& decoder, const PacketView& packet, uint16_t start) {
+    if (application_.packet) application_.packet(packet.data, packet.length, packet.received);
+    return decoder.ProcessMsopPacket(packet.data, packet.length, start);
   }
 
   std::shared_ptr<PC> GetPointCloud() {

@@ -223,7 +223,7 @@ void OnlineManager<PC>::Impl::DecodeLoop() {
     bool more = false;
     const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
     if (packet) {
-      delivery_.Decode(*decoder_, *packet, 0);
+      delivery_.Decode(*decoder_, packet->View(), 0);
       free_queue_.Push(packet);
     }
     pacing.Sleep(more ? Pacing::Cycle::kBacklog : packet ? Pacing::Cycle::kPacket : Pacing::Cycle::kIdle);

@@ -12,6 +12,7 @@
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
 #include "input/input_factory.h"
+#include "input/input_pcap.h"
 #include "manager/delivery.h"
 #include "manager/folder_calibration.h"
 #include "manager/statistics_reading.h"
@@ -38,15 +39,14 @@ class PcapManager<PC>::Impl {
     long position;  ///< of its first record in the file
     uint16_t seq;   ///< its first block in that record's packet
   };
-  using Packet = std::shared_ptr<Buffer>;
 
   void Release();
 
   // The replay thread.
   void ProcessData();
-  void IndexRecord(Packet& packet);
-  void PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet);
-  void PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet);
+  void IndexRecord();
+  void PlayFirstPacket(const PlayRequest::Turn& turn);
+  void PlayNextPacket(const PlayRequest::Turn& turn);
   void CountRecord(int length);
 
   Delivery<PC> delivery_;
@@ -54,7 +54,7 @@ class PcapManager<PC>::Impl {
   std::atomic<bool> load_finished_{false};
   PlayRequest play_request_;
   std::mutex replay_lock_;  ///< held while a frame's first packet is decoded, and while a play is cancelled
-  std::shared_ptr<Input> input_;
+  std::shared_ptr<InputPcap> input_;
   std::shared_ptr<Decoder<PC>> decoder_;
   std::shared_ptr<ParamService> param_service_;
 
@@ -80,7 +80,8 @@ bool PcapManager<PC>::Impl::Init(const DriverParam& param) {
   if (ApplyFolder(param.lidar_type, param.calibration_param.calib_folder, *param_service_, *decoder_))
     calibration_ = CALIBRATION_FROM_FOLDER;
 
-  input_ = InputFactory::CreateInput(param.input_type, param.input_param);
+  input_ =
+      std::dynamic_pointer_cast<InputPcap>(InputFactory::CreateInput(param.input_type, param.input_param));
   if (!input_ || !input_->Init()) {
     Release();
     return false;
@@ -125,30 +126,30 @@ bool PcapManager<PC>::Impl::PlayLocalFileFrame(int frame) {
 
 template <typename PC>
 void PcapManager<PC>::Impl::ProcessData() {
-  Packet packet = std::make_shared<Buffer>();
   while (thread_.Running()) {
     if (!load_finished_) {
-      IndexRecord(packet);
+      IndexRecord();
     } else if (const PlayRequest::Turn turn = play_request_.Current(); !turn) {
       std::this_thread::yield();  // no wait: a play starts at once
     } else if (turn.frame != PlayRequest::kNextPacket) {
-      PlayFirstPacket(turn, packet);
+      PlayFirstPacket(turn);
     } else {
-      PlayNextPacket(turn, packet);
+      PlayNextPacket(turn);
     }
   }
 }
 
 /// Looks at one record for the frame index. Nothing is decoded.
 template <typename PC>
-void PcapManager<PC>::Impl::IndexRecord(Packet& packet) {
+void PcapManager<PC>::Impl::IndexRecord() {
   long position = 0;
-  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &position, true);
+  PacketView packet;
+  const int length = input_->NextPacket(packet, &position, true);
   if (length >= 0) index_records_.Add();
   if (length == 0) index_not_for_us_.Add();
   if (length > 0) {
     uint16_t seq = 0;
-    const bool new_frame = decoder_->toSplite(packet->data.get() + packet->offset, packet->length, seq);
+    const bool new_frame = decoder_->toSplite(packet.data, packet.length, seq);
     // The first packet for us opens frame 0, even one that the decoder refuses.
     if (new_frame || frame_index_.empty()) frame_index_.push_back({position, seq});
   } else if (length < 0) {
@@ -158,24 +159,26 @@ void PcapManager<PC>::Impl::IndexRecord(Packet& packet) {
 }
 
 template <typename PC>
-void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn, Packet& packet) {
+void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn) {
   const std::lock_guard<std::mutex> lock(replay_lock_);
   FramePosPackage entry = frame_index_[static_cast<size_t>(turn.frame)];
-  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, &entry.position, false);
+  PacketView packet;
+  const int length = input_->NextPacket(packet, &entry.position, false);
   CountRecord(length);
   if (length <= 0) return;  // the next turn tries again
   plays_.Add();
   // A frame that ends within its first packet is delivered, and the play goes on to the next frame end.
-  delivery_.Decode(*decoder_, *packet, entry.seq);
+  delivery_.Decode(*decoder_, packet, entry.seq);
   play_request_.Continue(turn);
 }
 
 template <typename PC>
-void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn, Packet& packet) {
-  const int length = input_->RecvPacket(packet, PACKET_BUFFER_SIZE, nullptr, false);
+void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn) {
+  PacketView packet;
+  const int length = input_->NextPacket(packet, nullptr, false);
   CountRecord(length);
   if (length > 0) {
-    if (delivery_.Decode(*decoder_, *packet, 0)) play_request_.Finish(turn);
+    if (delivery_.Decode(*decoder_, packet, 0)) play_request_.Finish(turn);
   } else if (length < 0) {
     decoder_->EnableFinallyFrame();
     play_request_.Finish(turn);
