@@ -337,8 +337,8 @@ class ORVA_API OrvaDriver {
   /// or unusable calibration folder is not a failure: points then come uncalibrated.
   bool InitDriver(const DriverParam& param);
   /// Starts the threads. True also when they run already; false without a successful InitDriver, or when
-  /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index, while a
-  /// calibration download that was broken off begins anew.
+  /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index, while
+  /// a calibration download that was broken off begins anew.
   bool Start();
   /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms. Waits
   /// for a callback that is running, so hold no lock here that a callback needs. Harmless when repeated, and
