@@ -15,6 +15,7 @@ namespace orva {
   COMMAND(Replay)              \
   COMMAND(Render)              \
   COMMAND(Live)                \
+  COMMAND(View)                \
   COMMAND(Record)              \
   COMMAND(Extract)             \
   COMMAND(Send)                \

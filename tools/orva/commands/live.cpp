@@ -183,30 +183,10 @@ void Live(const LiveOptions& options) {
 void AddSourceOptions(CLI::App& command, DriverParam& param) {
   AddModelOption(command, param.lidar_type)->required();
   AddListenOptions(command, param.input_param);
-  CLI::Option* folder = command.add_option("--calib", param.calibration_param.calib_folder,
-                                           "Folder of the sensor's calibration files");
-  folder->type_name("FOLDER");
-  CalibrationParam& calibration = param.calibration_param;
-  CLI::Option* sensor = command.add_option_function<std::string>(
-      "--sensor",
-      [&param](const std::string& address) {
-        param.calib_from_lidar = true;
-        param.calibration_param.lidar_ip = address;
-      },
-      "Download the calibration from this sensor");
-  sensor->check(CLI::ValidIPV4)->excludes(folder)->type_name("IP");
-  CLI::Option* port =
-      command.add_option("--command-port", calibration.lidar_port, "The sensor's command port");
-  port->check(CLI::Range(1, 65535))->type_name("N")->needs(sensor);
-  sensor->needs(port);
-  command.add_option("--command-host", calibration.local_ip, "Local address for commands; without it: all")
-      ->check(CLI::ValidIPV4)
-      ->needs(sensor)
-      ->type_name("IP");
-  command.add_option("--command-local-port", calibration.local_port, "Local port for commands; 0: any")
-      ->check(CLI::Range(0, 65535))
-      ->needs(sensor)
-      ->type_name("N");
+  command
+      .add_option("--calib", param.calibration_param.calib_folder, "Folder of the sensor's calibration files")
+      ->type_name("FOLDER");
+  AddSensorOptions(command, param);
 }
 
 }  // namespace

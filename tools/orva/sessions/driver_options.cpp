@@ -78,6 +78,30 @@ void AddDurationOption(CLI::App& command, double& seconds) {
       ->type_name("S");
 }
 
+void AddSensorOptions(CLI::App& command, DriverParam& param) {
+  CalibrationParam& calibration = param.calibration_param;
+  CLI::Option* sensor = command.add_option_function<std::string>(
+      "--sensor",
+      [&param](const std::string& address) {
+        param.calib_from_lidar = true;
+        param.calibration_param.lidar_ip = address;
+      },
+      "Download the calibration from this sensor");
+  sensor->check(CLI::ValidIPV4)->excludes(command.get_option("--calib"))->type_name("IP");
+  CLI::Option* port =
+      command.add_option("--command-port", calibration.lidar_port, "The sensor's command port");
+  port->check(CLI::Range(1, 65535))->type_name("N")->needs(sensor);
+  sensor->needs(port);
+  command.add_option("--command-host", calibration.local_ip, "Local address for commands; without it: all")
+      ->check(CLI::ValidIPV4)
+      ->needs(sensor)
+      ->type_name("IP");
+  command.add_option("--command-local-port", calibration.local_port, "Local port for commands; 0: any")
+      ->check(CLI::Range(0, 65535))
+      ->needs(sensor)
+      ->type_name("N");
+}
+
 void AddReplayOptions(CLI::App& command, DriverParam& param) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);

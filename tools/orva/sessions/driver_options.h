@@ -22,6 +22,9 @@ void AddListenOptions(CLI::App& command, InputParam& param);
 /// Adds --duration, for commands that listen until they are told to end.
 void AddDurationOption(CLI::App& command, double& seconds);
 
+/// Adds --sensor and what goes with it: the calibration is downloaded. After --calib, which it excludes.
+void AddSensorOptions(CLI::App& command, DriverParam& param);
+
 /// Adds what every command that opens a recording takes: FILE, --model, --port, --calib and the above.
 void AddReplayOptions(CLI::App& command, DriverParam& param);
 

@@ -20,6 +20,9 @@ constexpr std::size_t kWaitingClouds = 3;
 /// A play ends a moment after its last cloud, without a signal: the next request is repeated at this pace.
 constexpr std::chrono::microseconds kRetry(200);
 
+/// Until Ctrl-C is looked for.
+constexpr std::chrono::milliseconds kLongestWait(100);
+
 /// `origin` becomes `next`, with the samples of both: those of a cloud that is not shown are not lost.
 void Follow(FrameOrigin& origin, FrameOrigin next) {
   next.imu.insert(next.imu.begin(), origin.imu.begin(), origin.imu.end());
@@ -115,6 +118,38 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
       give();
     }
   }
+}
+
+ReplaySession::Played ReplaySession::PlayOne(int frame) {
+  std::deque<Finished> finished;
+  while (!RequestNext(frame, finished) && !Interrupted()) {
+    // What an earlier play still gives is not wanted any more.
+  }
+  Played played;
+  // As in Play, only the last cloud is the frame of an NV2: asked for once more, the driver tells when it is
+  // over. Of the others the first one is, and there is no need to wait.
+  const bool last_only = param_.lidar_type == NV2;
+  for (bool over = false; !over && !Interrupted();) {
+    if (last_only) {
+      over = RequestNext(frame, finished);
+    } else {
+      std::unique_lock lock(mutex_);
+      over = changed_.wait_for(lock, kLongestWait, [this] { return !clouds_.empty(); });
+      finished.swap(clouds_);
+      changed_.notify_all();
+    }
+    if (!finished.empty()) {
+      Finished& chosen = last_only ? finished.back() : finished.front();
+      played = {std::move(chosen.cloud), std::move(chosen.origin)};
+    }
+  }
+  return played;
+}
+
+DriverStatistics ReplaySession::Statistics() {
+  DriverStatistics statistics;
+  driver_.GetStatistics(statistics);
+  return statistics;
 }
 
 /// Takes the clouds of the play under way, and starts the next play if that one is over. No cloud of the next

@@ -47,6 +47,16 @@ class ReplaySession {
   /// While `take` is called: about that cloud.
   const FrameOrigin& Origin() const { return origin_; }
 
+  struct Played {
+    std::shared_ptr<const Cloud> cloud;  ///< null after Ctrl-C
+    FrameOrigin origin;
+  };
+  /// Plays one frame, in any order and as often as wanted: instead of Play, where it is not known beforehand
+  /// which frames will be needed. From one thread, after Index.
+  Played PlayOne(int frame);
+
+  DriverStatistics Statistics();
+
   /// Packet faults that the driver has reported so far; it throttles them.
   bool saw_wrong_length() const { return saw_wrong_length_; }
   bool saw_wrong_id() const { return saw_wrong_id_; }

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "view/foxglove_client.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <variant>
+
+#include "messages/cdr.h"
+#include "messages/from_driver.h"
+#include "messages/schemas.h"
+#include "view/requests.h"
+
+namespace orva::view {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr const char* kFrameId = "lidar";
+constexpr std::uint8_t kMessageData = 1;
+constexpr std::size_t kMostSubscriptions = 16;  ///< of a client
+
+enum Channel : std::uint32_t { kPoints = 1, kImu, kStatistics };
+
+double SystemTime() {
+  const auto since = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration<double>(since).count();
+}
+
+Message Text(const Json& json) {
+  const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return {std::make_shared<const Bytes>(text.begin(), text.end()), true};
+}
+
+Json ChannelOf(std::uint32_t id, const char* topic, const messages::Schema& schema) {
+  return {{"id", id},
+          {"topic", topic},
+          {"encoding", "cdr"},
+          {"schemaName", schema.name},
+          {"schema", schema.text},
+          {"schemaEncoding", "ros2msg"}};
+}
+
+Json Channels(const Subject& subject) {
+  Json channels = {ChannelOf(kPoints, "/points", messages::PointCloud2Schema()),
+                   ChannelOf(kStatistics, "/diagnostics", messages::DiagnosticArraySchema())};
+  if (subject.live && subject.has_imu) {
+    channels.push_back(ChannelOf(kImu, "/imu/data_raw", messages::ImuSchema()));
+  }
+  return channels;
+}
+
+}  // namespace
+
+FoxgloveClient::FoxgloveClient(Feed& feed) : feed_(feed), id_(feed.Enter()), due_(Clock::now()) {}
+
+FoxgloveClient::~FoxgloveClient() {
+  feed_.Leave(id_);
+}
+
+bool FoxgloveClient::Receive(std::string_view text) {
+  const auto request = ReadFoxgloveRequest(text);
+  if (!request) {
+    return false;
+  }
+  if (const auto* subscribe = std::get_if<SubscribeRequest>(&*request)) {
+    for (const auto& [id, channel] : subscribe->subscriptions) {
+      std::size_t held = 0;
+      for (const auto& numbers : subscribers_) {
+        held += numbers.size();
+      }
+      if (channel < kPoints || channel > kStatistics || held >= kMostSubscriptions) {
+        queue_.push_back(Text({{"op", "status"}, {"level", 2}, {"message", "no such channel, or too many"}}));
+        break;
+      }
+      Subscribers(channel).insert(id);
+    }
+  } else if (const auto* unsubscribe = std::get_if<UnsubscribeRequest>(&*request)) {
+    for (const std::uint32_t id : unsubscribe->ids) {
+      for (auto& numbers : subscribers_) {
+        numbers.erase(id);
+      }
+    }
+  }
+  return queue_.size() < 2 * kMostSubscriptions;
+}
+
+std::optional<Message> FoxgloveClient::Next() {
+  if (greeting_ < 2) {
+    return ++greeting_ == 1 ? Text({{"op", "serverInfo"},
+                                    {"name", "orva view: " + feed_.subject().title},
+                                    {"capabilities", Json::array()},
+                                    {"supportedEncodings", Json::array()},
+                                    {"metadata", {{"model", feed_.subject().model}}},
+                                    {"sessionId", std::to_string(id_)}})
+                            : Text({{"op", "advertise"}, {"channels", Channels(feed_.subject())}});
+  }
+  if (queue_.empty()) {
+    Prepare();
+  }
+  if (queue_.empty()) {
+    return std::nullopt;
+  }
+  Message message = std::move(queue_.front());
+  queue_.pop_front();
+  return message;
+}
+
+void FoxgloveClient::Prepare() {
+  PreparePoints();
+  const auto samples = feed_.ImuSince(imu_taken_);
+  if (!Subscribers(kImu).empty()) {
+    for (const ImuMsg& sample : samples) {
+      messages::WriteCdr(messages::ToImu(sample, kFrameId), payload_);
+      Publish(kImu, sample.timestamp);
+    }
+  }
+  if (const Status status = feed_.status(); status.version != told_) {
+    told_ = status.version;
+    const double now = SystemTime();
+    messages::WriteCdr(messages::ToDiagnostics(status.statistics, status.before, status.interval,
+                                               messages::ToTime(now), {"orva: lidar", feed_.subject().model}),
+                       payload_);
+    Publish(kStatistics, now);
+  }
+}
+
+void FoxgloveClient::PreparePoints() {
+  if (Subscribers(kPoints).empty()) {
+    return;
+  }
+  const Subject& subject = feed_.subject();
+  FramePtr frame = subject.live ? feed_.Newest() : feed_.TakeWanted(id_);
+  wanting_ = wanting_ && frame == nullptr;
+  if (!subject.live && !wanting_ && subject.frames > 0) {
+    const auto period =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(subject.period));
+    due_ = std::max(due_ + period, Clock::now());
+    feed_.Want(id_, next_frame_, due_);
+    next_frame_ = (next_frame_ + 1) % subject.frames;
+    wanting_ = true;
+  }
+  if (frame == nullptr || frame == sent_) {
+    return;
+  }
+  sent_ = frame;
+  messages::CloudOptions options;
+  options.frame_id = kFrameId;
+  messages::FillPointCloud2(*frame->cloud, frame->captured, options, cloud_);
+  messages::WriteCdr(cloud_, payload_);
+  Publish(kPoints, messages::StampOf(*frame->cloud, frame->captured));
+}
+
+void FoxgloveClient::Publish(std::uint32_t channel, double time) {
+  const std::uint64_t nanoseconds = time > 0.0 && time < 1e10 ? static_cast<std::uint64_t>(time * 1e9) : 0;
+  for (const std::uint32_t subscription : Subscribers(channel)) {
+    auto bytes = std::make_shared<Bytes>(1 + 4 + 8 + payload_.size());
+    (*bytes)[0] = kMessageData;
+    std::memcpy(bytes->data() + 1, &subscription, 4);
+    std::memcpy(bytes->data() + 5, &nanoseconds, 8);
+    std::copy(payload_.begin(), payload_.end(), bytes->begin() + 13);
+    queue_.push_back({std::move(bytes), false});
+  }
+}
+
+}  // namespace orva::view
