@@ -110,16 +110,16 @@ std::optional<Message> FoxgloveClient::Next() {
 
 void FoxgloveClient::Prepare() {
   PreparePoints();
+  const double now = SystemTime();
   const auto samples = feed_.ImuSince(imu_taken_);
   if (!Subscribers(kImu).empty()) {
     for (const ImuMsg& sample : samples) {
-      messages::WriteCdr(messages::ToImu(sample, kFrameId), payload_);
-      Publish(kImu, sample.timestamp);
+      messages::WriteCdr(messages::ToImu(sample, now, kFrameId), payload_);
+      Publish(kImu, sample.timestamp > 0.0 ? sample.timestamp : now);
     }
   }
   if (const Status status = feed_.status(); status.version != told_) {
     told_ = status.version;
-    const double now = SystemTime();
     messages::WriteCdr(messages::ToDiagnostics(status.statistics, status.before, status.interval,
                                                messages::ToTime(now), {"orva: lidar", feed_.subject().model}),
                        payload_);

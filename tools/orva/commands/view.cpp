@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "feeds/show.h"
 #include "sessions/calibration_check.h"
 #include "sessions/driver_options.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
 #include "shared/terminal.h"
-#include "view/show.h"
 
 namespace orva {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "view/recording_feed.h"
+#include "feeds/recording_feed.h"
 
 #include <pthread.h>
 
@@ -8,9 +8,9 @@
 #include <string>
 #include <utility>
 
+#include "feeds/conditions.h"
 #include "sessions/recording.h"
 #include "shared/models.h"
-#include "view/conditions.h"
 #include "view/page_frame.h"
 
 namespace orva {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "view/show.h"
+#include "feeds/show.h"
 
 #include <spawn.h>
 #include <unistd.h>
@@ -8,14 +8,14 @@
 #include <memory>
 #include <utility>
 
+#include "feeds/live_feed.h"
+#include "feeds/recording_feed.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/terminal.h"
 #include "view/foxglove_client.h"
-#include "view/live_feed.h"
 #include "view/page_bundle.h"
 #include "view/page_client.h"
-#include "view/recording_feed.h"
 #include "view/web_server.h"
 
 namespace orva {

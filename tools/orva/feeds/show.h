@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ORVA_TOOLS_ORVA_VIEW_SHOW_H_
-#define ORVA_TOOLS_ORVA_VIEW_SHOW_H_
+#ifndef ORVA_TOOLS_FEEDS_SHOW_H_
+#define ORVA_TOOLS_FEEDS_SHOW_H_
 
 #include <cstdint>
 #include <string>
@@ -23,4 +23,4 @@ void Show(const DriverParam& param, const ShowOptions& options);
 
 }  // namespace orva
 
-#endif  // ORVA_TOOLS_ORVA_VIEW_SHOW_H_
+#endif  // ORVA_TOOLS_FEEDS_SHOW_H_

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "feeds/show.h"
 #include "shared/failure.h"
-#include "view/show.h"
 
 namespace orva {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "view/live_feed.h"
+#include "feeds/live_feed.h"
 
 #include <pthread.h>
 
@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "feeds/conditions.h"
 #include "shared/models.h"
-#include "view/conditions.h"
 #include "view/page_frame.h"
 
 namespace orva {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ORVA_TOOLS_ORVA_VIEW_RECORDING_FEED_H_
-#define ORVA_TOOLS_ORVA_VIEW_RECORDING_FEED_H_
+#ifndef ORVA_TOOLS_FEEDS_RECORDING_FEED_H_
+#define ORVA_TOOLS_FEEDS_RECORDING_FEED_H_
 
 #include <condition_variable>
 #include <cstdint>
@@ -62,4 +62,4 @@ class RecordingFeed : public view::Feed {
 
 }  // namespace orva
 
-#endif  // ORVA_TOOLS_ORVA_VIEW_RECORDING_FEED_H_
+#endif  // ORVA_TOOLS_FEEDS_RECORDING_FEED_H_

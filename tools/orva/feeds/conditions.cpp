@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "view/conditions.h"
+#include "feeds/conditions.h"
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ORVA_TOOLS_ORVA_VIEW_LIVE_FEED_H_
-#define ORVA_TOOLS_ORVA_VIEW_LIVE_FEED_H_
+#ifndef ORVA_TOOLS_FEEDS_LIVE_FEED_H_
+#define ORVA_TOOLS_FEEDS_LIVE_FEED_H_
 
 #include <atomic>
 #include <cstdint>
@@ -61,4 +61,4 @@ class LiveFeed : public view::Feed {
 
 }  // namespace orva
 
-#endif  // ORVA_TOOLS_ORVA_VIEW_LIVE_FEED_H_
+#endif  // ORVA_TOOLS_FEEDS_LIVE_FEED_H_

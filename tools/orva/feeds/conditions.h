@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ORVA_TOOLS_ORVA_VIEW_CONDITIONS_H_
-#define ORVA_TOOLS_ORVA_VIEW_CONDITIONS_H_
+#ifndef ORVA_TOOLS_FEEDS_CONDITIONS_H_
+#define ORVA_TOOLS_FEEDS_CONDITIONS_H_
 
 #include <string>
 
@@ -23,4 +23,4 @@ view::Condition LiveCondition(const DriverParam& param, const DriverStatistics& 
 
 }  // namespace orva
 
-#endif  // ORVA_TOOLS_ORVA_VIEW_CONDITIONS_H_
+#endif  // ORVA_TOOLS_FEEDS_CONDITIONS_H_
