@@ -17,11 +17,6 @@ namespace {
 
 constexpr std::size_t kMostImuSamples = 1024;  ///< some seconds
 
-double SystemTime() {
-  const auto since = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration<double>(since).count();
-}
-
 }  // namespace
 
 LiveFeed::LiveFeed(const DriverParam& param, std::function<void()> ready)
@@ -71,11 +66,10 @@ void LiveFeed::TakeClouds(const LiveSession::Arrivals& arrivals) {
   if (watching_ == 0) {
     return;
   }
-  const auto& cloud = arrivals.clouds.back();
-  const double now = SystemTime();
+  const auto& [cloud, first_packet, last_packet] = arrivals.clouds.back();
   auto frame = std::make_shared<view::Frame>();
-  const double time = cloud->timestamp > 0.0 ? cloud->timestamp : now;
-  *frame = {arrived_, now, cloud,
+  const double time = cloud->timestamp > 0.0 ? cloud->timestamp : first_packet;
+  *frame = {arrived_, first_packet, cloud,
             std::make_shared<const view::Bytes>(view::EncodePageFrame(*cloud, arrived_, time))};
   const std::lock_guard lock(mutex_);
   newest_ = std::move(frame);
@@ -83,7 +77,7 @@ void LiveFeed::TakeClouds(const LiveSession::Arrivals& arrivals) {
 
 void LiveFeed::TakeImu(const LiveSession::Arrivals& arrivals) {
   const std::lock_guard lock(mutex_);
-  for (const auto& sample : arrivals.imu_samples) {
+  for (const auto& [sample, received] : arrivals.imu_samples) {
     imu_.push_back(*sample);
     ++imu_end_;
   }

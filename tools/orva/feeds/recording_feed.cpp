@@ -148,13 +148,13 @@ view::FramePtr RecordingFeed::Fetch(std::uint32_t number) {
   if (known != recent_.end()) {
     return *known;
   }
-  const ReplaySession::Played played = session_.PlayOne(static_cast<int>(number));
+  ReplaySession::Played played = session_.PlayOne(static_cast<int>(number));
   if (played.cloud == nullptr) {
     return nullptr;
   }
-  const double time = played.cloud->timestamp > 0.0 ? played.cloud->timestamp : played.captured;
+  const double time = played.cloud->timestamp > 0.0 ? played.cloud->timestamp : played.origin.first_packet;
   auto frame = std::make_shared<view::Frame>();
-  *frame = {number, played.captured, played.cloud,
+  *frame = {number, played.origin.first_packet, played.cloud,
             std::make_shared<const view::Bytes>(view::EncodePageFrame(*played.cloud, number, time))};
   recent_.push_back(frame);
   if (recent_.size() > kMostRecent) {

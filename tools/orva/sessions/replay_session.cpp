@@ -123,8 +123,9 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
 ReplaySession::Played ReplaySession::PlayOne(int frame) {
   std::deque<Finished> finished;
   while (!RequestNext(frame, finished) && !Interrupted()) {
-    // What an earlier play still gives is not wanted any more.
+    finished.clear();  // what an earlier play still gives is not wanted any more
   }
+  finished.clear();
   Played played;
   // As in Play, only the last cloud is the frame of an NV2: asked for once more, the driver tells when it is
   // over. Of the others the first one is, and there is no need to wait.
@@ -141,6 +142,7 @@ ReplaySession::Played ReplaySession::PlayOne(int frame) {
     if (!finished.empty()) {
       Finished& chosen = last_only ? finished.back() : finished.front();
       played = {std::move(chosen.cloud), std::move(chosen.origin)};
+      finished.clear();
     }
   }
   return played;
