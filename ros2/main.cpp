@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kernel_settings.h"
+#include "options.h"
+#include "recording.h"
+#include "sensor.h"
+#include "shared/interrupt.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using orva::ros2::Options;
+
+void Say(const std::string& line) {
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+double Seconds(Clock::duration duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+void PublishSensors(const Options& options, const orva::ros2::Participant& participant) {
+  std::vector<std::unique_ptr<orva::ros2::Sensor>> sensors;
+  for (const orva::ros2::SensorSetup& setup : options.sensors)
+    sensors.push_back(std::make_unique<orva::ros2::Sensor>(setup, participant, options.delivery));
+  const Clock::time_point start = Clock::now();
+  Clock::time_point reported = start;
+  while (!orva::Interrupted() &&
+         (options.duration == 0 || Seconds(Clock::now() - start) < options.duration)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (const auto now = Clock::now(); now - reported >= std::chrono::seconds(1)) {
+      for (const auto& sensor : sensors) sensor->ReportDiagnostics(Seconds(now - reported));
+      reported = now;
+    }
+  }
+  for (const auto& sensor : sensors) Say(sensor->Summary());
+}
+
+void Run(const Options& options) {
+  for (const std::string& advice : orva::ros2::KernelAdvice()) Say(advice);
+  const orva::ros2::Participant participant;
+  Say("publishing in the DDS domain " + std::to_string(participant.domain()));
+  orva::CatchInterrupts();
+  if (options.is_recording) {
+    Say(orva::ros2::PublishRecording(options, participant));
+  } else {
+    PublishSensors(options, participant);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  constexpr int kFailed = 1, kWrongUsage = 2;
+  try {
+    Options options;
+    if (!orva::ros2::ReadOptions(argc, argv, options)) return 0;
+    Run(options);
+  } catch (const std::invalid_argument& error) {
+    Say(std::string("orva-ros2: ") + error.what());
+    return kWrongUsage;
+  } catch (const std::exception& error) {
+    Say(std::string("orva-ros2: ") + error.what());
+    return kFailed;
+  }
+  return 0;
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "recording.h"
+
+#include <chrono>
+#include <numeric>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "sensor_topics.h"
+#include "sessions/pacing.h"
+#include "sessions/replay_session.h"
+#include "shared/interrupt.h"
+#include "shared/models.h"
+
+namespace orva::ros2 {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int64_t Nanoseconds() {
+  return Clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+}
+
+/// In steps, so that Ctrl-C is heard.
+void WaitUntil(int64_t due, int64_t end) {
+  constexpr int64_t kStep = 50'000'000;
+  for (int64_t now = Nanoseconds(); now < due && now < end && !Interrupted(); now = Nanoseconds()) {
+    std::this_thread::sleep_for(std::chrono::nanoseconds(std::min(due - now, kStep)));
+  }
+}
+
+}  // namespace
+
+std::string PublishRecording(const Options& options, const Participant& participant) {
+  const SensorSetup& setup = options.sensors.front();
+  SensorTopics topics(participant, setup.space, options.delivery, setup.cloud);
+  if (!setup.mounting.parent.empty()) topics.Publish(setup.mounting);
+
+  constexpr int64_t kSecond = 1'000'000'000;
+  const int64_t end = options.duration > 0 ? Nanoseconds() + static_cast<int64_t>(options.duration * 1e9)
+                                           : std::numeric_limits<int64_t>::max();
+  const auto over = [end] { return Interrupted() || Nanoseconds() >= end; };
+  while (!topics.HasReaders(options.readers) && !over()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  Pace pace(options.rate);
+  DriverStatistics reported;
+  int64_t last_report = Nanoseconds();
+  uint64_t published = 0, not_taken = 0;
+  do {
+    ReplaySession session(setup.param);
+    std::vector<int> frames(static_cast<size_t>(session.Index([] {})));
+    std::iota(frames.begin(), frames.end(), 0);
+    reported = {};
+    session.Play(frames, [&](int, int, const Cloud& cloud) {
+      const FrameOrigin& origin = session.Origin();
+      if (over()) return;
+      WaitUntil(pace.Due(static_cast<int64_t>(origin.last_packet * 1e9), Nanoseconds()), end);
+      for (const auto& [sample, received] : origin.imu) topics.Publish(sample, received);
+      if (!cloud.points.empty()) ++(topics.Publish(cloud, origin.first_packet) ? published : not_taken);
+      if (const int64_t now = Nanoseconds(); now - last_report >= kSecond) {
+        const double seconds = static_cast<double>(now - std::exchange(last_report, now)) * 1e-9;
+        topics.Publish(origin.statistics, std::exchange(reported, origin.statistics), seconds,
+                       {"orva: " + setup.name, TraitsOf(setup.param.lidar_type).name});
+      }
+    });
+    pace.Restart();
+  } while (options.loop && !over());
+  return setup.name + ": " + std::to_string(published) + " frames published" +
+         (not_taken == 0 ? ""
+                         : ", " + std::to_string(not_taken) + " not sent: a reliable reader did not keep up");
+}
+
+}  // namespace orva::ros2

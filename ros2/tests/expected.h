@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the topics of a recording must carry: what the driver delivers of it through its public interface.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "orva_driver.h"
+
+namespace orva::ros2::test {
+
+using Cloud = PointCloud<PointTime>;
+
+/// Every frame of a recording, in order.
+inline std::vector<std::shared_ptr<Cloud>> Frames(LidarType model, const std::string& path,
+                                                  const std::string& calibration) {
+  std::vector<std::shared_ptr<Cloud>> clouds;
+  OrvaDriver<Cloud> driver;
+  driver.RegisterPointCloudCallBack([&](std::shared_ptr<Cloud> cloud) { clouds.push_back(std::move(cloud)); },
+                                    [] { return std::make_shared<Cloud>(); });
+  DriverParam param;
+  param.input_type = PCAP;
+  param.lidar_type = model;
+  param.input_param.pcap_path = path;
+  param.calibration_param.calib_folder = calibration;
+  param.decoder_param.max_distance = 1000;
+  param.decoder_param.min_azimuth = -180;
+  param.decoder_param.max_azimuth = 180;
+  param.decoder_param.min_elevation = -90;
+  param.decoder_param.max_elevation = 90;
+  if (!driver.InitDriver(param) || !driver.Start()) return clouds;
+  int frames = 0;
+  while (!driver.GetLocalFileStatus(frames)) std::this_thread::yield();
+  for (int frame = 0; frame < frames; ++frame) {
+    while (!driver.SetLocalFrame(frame)) std::this_thread::yield();
+  }
+  DriverStatistics statistics;
+  while (driver.GetStatistics(statistics) && statistics.frames < static_cast<uint64_t>(frames))
+    std::this_thread::yield();
+  driver.Stop();
+  return clouds;
+}
+
+/// Tells received clouds apart from those that the driver delivered, point by point.
+class Judge {
+ public:
+  explicit Judge(const std::vector<std::shared_ptr<Cloud>>& frames) {
+    for (const auto& cloud : frames) {
+      if (!cloud->points.empty()) expected_.insert({Hash(*cloud), true});
+    }
+  }
+
+  /// A cloud with the packed layout of 22 bytes a point.
+  void Take(int32_t sec, uint32_t nanosec, uint32_t points, uint32_t point_step, const uint8_t* data,
+            size_t bytes) {
+    const auto fail = [&](const char* why) {
+      ++wrong_;
+      std::printf("cloud %d.%09u: %s\n", sec, nanosec, why);
+    };
+    if (point_step != 22 || bytes != size_t{points} * 22) return fail("another layout");
+    uint64_t hash = kSeed;
+    for (uint32_t i = 0; i < points; ++i) {
+      float xyz[3];
+      float intensity;
+      uint16_t ring;
+      std::memcpy(xyz, data + 22 * i, 12);
+      std::memcpy(&intensity, data + 22 * i + 12, 4);
+      std::memcpy(&ring, data + 22 * i + 16, 2);
+      if (std::isnan(xyz[0])) xyz[0] = xyz[1] = xyz[2] = 0.0F;
+      hash = Mix(hash, xyz, intensity, ring);
+    }
+    if (!expected_.contains(hash)) return fail("its points are of no frame of the driver");
+    if (!stamps_.insert(sec * int64_t{1'000'000'000} + nanosec).second) return fail("comes a second time");
+  }
+  void TakeImu(int32_t sec, uint32_t nanosec, double orientation_covariance) {
+    if (orientation_covariance != -1.0) {
+      ++wrong_;
+      std::printf("IMU sample %d.%09u: the orientation is not marked as unknown\n", sec, nanosec);
+    }
+    imu_.insert(sec * int64_t{1'000'000'000} + nanosec);
+  }
+
+  size_t clouds() const { return stamps_.size(); }
+  size_t samples() const { return imu_.size(); }
+
+  /// From the first received to the last, by the step between stamps. Prints the result; 0 if all is well.
+  int Verdict(size_t wanted, size_t wanted_imu) const {
+    std::printf("%zu clouds and %zu IMU samples as the driver delivered them, %d wrong; wanted %zu and %zu\n",
+                stamps_.size(), imu_.size(), wrong_, wanted, wanted_imu);
+    return wrong_ == 0 && stamps_.size() >= wanted && imu_.size() >= wanted_imu ? 0 : 1;
+  }
+
+ private:
+  static constexpr uint64_t kSeed = 14695981039346656037U;
+
+  static uint64_t Mix(uint64_t hash, const float* xyz, float intensity, uint16_t ring) {
+    const auto add = [&hash](const void* value, size_t size) {
+      for (size_t i = 0; i < size; ++i)
+        hash = (hash ^ static_cast<const uint8_t*>(value)[i]) * 1099511628211U;
+    };
+    add(xyz, 12);
+    add(&intensity, 4);
+    add(&ring, 2);
+    return hash;
+  }
+  static uint64_t Hash(const Cloud& cloud) {
+    uint64_t hash = kSeed;
+    for (const PointTime& point : cloud.points) {
+      const bool valid = point.x != 0 || point.y != 0 || point.z != 0;
+      const float xyz[3] = {valid ? point.x : 0.0F, valid ? point.y : 0.0F, valid ? point.z : 0.0F};
+      hash = Mix(hash, xyz, point.intensity, point.label);
+    }
+    return hash;
+  }
+
+  std::map<uint64_t, bool> expected_;
+  std::set<int64_t> stamps_, imu_;
+  int wrong_ = 0;
+};
+
+/// The readers' command line: MODEL FILE CALIBRATION TOPIC_PREFIX CLOUDS SAMPLES SECONDS [best]
+struct Arguments {
+  LidarType model;
+  std::string file, calibration, prefix;
+  size_t clouds, samples;
+  int seconds;
+  bool best_effort;
+
+  static Arguments Read(int argc, char** argv) {
+    if (argc < 8) {
+      std::fprintf(stderr, "usage: reader MODEL FILE CALIBRATION NAMESPACE CLOUDS SAMPLES SECONDS [best]\n");
+      std::exit(2);
+    }
+    return {static_cast<LidarType>(std::stoi(argv[1])),
+            argv[2],
+            argv[3],
+            argv[4],
+            std::stoul(argv[5]),
+            std::stoul(argv[6]),
+            std::stoi(argv[7]),
+            argc > 8};
+  }
+};
+
+}  // namespace orva::ros2::test
