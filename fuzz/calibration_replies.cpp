@@ -13,14 +13,6 @@ namespace {
 constexpr LidarType kModels[] = {KR7, NV2, TS4, TS4A, TS4B, TS6, static_cast<LidarType>(5)};
 constexpr size_t kReplyCapacity = 2048;
 
-uint32_t Word(const std::vector<signed char>& bytes, size_t at) {
-  uint32_t word = 0;
-  for (size_t i = 0; i < 4 && at + i < bytes.size(); ++i) {
-    word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << (8 * i);
-  }
-  return word;
-}
-
 }  // namespace
 
 void CalibrationReplies(const uint8_t* data, size_t size) {
@@ -28,8 +20,6 @@ void CalibrationReplies(const uint8_t* data, size_t size) {
   const LidarType model = kModels[data[0] % std::size(kModels)];
   tevoro::lidar::CalibrationStream stream;
   static tevoro::lidar::CheckParam record;  // only ever written
-  uint32_t total = 0;
-  uint32_t received = 0;
 
   for (size_t at = 1; at + 3 <= size;) {
     const uint8_t deed = data[at];
@@ -48,20 +38,8 @@ void CalibrationReplies(const uint8_t* data, size_t size) {
       bool complete = false;
       const int next =
           stream.PushData(model, reply.data(), static_cast<int>(length), &record, last_chunk, complete);
-      if (length < 4 || Word(reply, 0) != 0x5A5A5A5A) {
-        ORVA_EXPECT(next == -1 && last_chunk && !complete);
-        continue;
-      }
-      const int32_t payload = static_cast<int32_t>(length) - 39;
-      if (total == 0) total = Word(reply, 4) - 32;
-      received += static_cast<uint32_t>(payload);
-      ORVA_EXPECT(complete == (static_cast<int32_t>(total) <= static_cast<int32_t>(received)));
-      if (complete) {
-        ORVA_EXPECT(next == 0 && last_chunk);
-      } else {
-        const int32_t remaining = static_cast<int32_t>(total - received);
-        ORVA_EXPECT(next == std::min(remaining, payload) && last_chunk == (remaining <= payload));
-      }
+      if (next == -1 && last_chunk && !complete) continue;  // refused
+      ORVA_EXPECT(length >= 4 && reply[0] == 'Z' && complete == (next == 0 && last_chunk));
     }
   }
 }

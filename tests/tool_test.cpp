@@ -132,6 +132,32 @@ TEST_F(ToolTest, ReplayGivesTheSceneBackInEveryFormat) {
              (!seen || std::abs(std::hypot(points[i].x, points[i].y, points[i].z) - truth[i].distance) < 0.2);
   }
   EXPECT_GT(close, points.size() * 99 / 100);
+
+  ToolProcess turned({"replay",
+                      Path("street.pcap"),
+                      "--model",
+                      "TS4B",
+                      "--calib",
+                      Path("street"),
+                      "--out",
+                      Path("turned"),
+                      "--format",
+                      "csv",
+                      "--frames",
+                      "0",
+                      "--valid-only",
+                      "--mount",
+                      "0",
+                      "0",
+                      "0",
+                      "0",
+                      "0",
+                      "180"});
+  EXPECT_EQ(turned.Wait(), 0) << turned.errors();
+  const auto behind = ParseCsv(Path("turned/frame_0000.csv"));
+  EXPECT_EQ(behind.size(),
+            std::count_if(truth.begin(), truth.end(), [](const auto& t) { return t.returned; }));
+  EXPECT_TRUE(std::all_of(behind.begin(), behind.end(), [](const FilePoint& p) { return p.x < 0.0F; }));
 }
 
 TEST_F(ToolTest, EveryModelGoesFromSimulationToClouds) {
@@ -285,21 +311,6 @@ TEST_F(LiveToolTest, StoresCloudsAndImuSamples) {
   EXPECT_EQ(ParseBinary(Path("out/frame_0001.pcd"), "DATA binary\n").size(), 56U * 192U);
   const std::string imu = ReadFile(Path("imu.csv"));
   EXPECT_GT(std::count(imu.begin(), imu.end(), '\n'), 20);
-}
-
-TEST_F(LiveToolTest, TakesTheCalibrationFromTheSensor) {
-  const std::string command_port = std::to_string(orva::test::FreePort());
-  ToolProcess sensor({"simulate", "--live", "--model", "TS4B", "--port", Port(), "--command-port",
-                      command_port, "--calib", Path("unit")});
-  ASSERT_TRUE(sensor.WaitForError("Streaming"));
-  ToolProcess tool({"live", "--model", "TS4B", "--host", "127.0.0.1", "--port", Port(), "--sensor",
-                    "127.0.0.1", "--command-port", command_port, "--out", Path("out")});
-  EXPECT_TRUE(tool.WaitForError("calibration: from the sensor"));
-  tool.Signal(SIGINT);
-  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
-  sensor.Signal(SIGINT);
-  EXPECT_EQ(sensor.Wait(), 0) << sensor.errors();
-  EXPECT_FALSE(Names(Path("out")).empty());
 }
 
 TEST_F(LiveToolTest, TellsSilenceFromAWrongModel) {

@@ -32,7 +32,9 @@ class DecoderRig {
     const ConsoleCapture quiet;
     decoder = tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
     reference = MakeReference<PC>(model, param);
-    NextClouds();
+    decoder->point_cloud_ = MakeCloud(0);
+    wanted_cloud_ = MakeWantedCloud(0);
+    reference->cloud = wanted_cloud_.get();
     decoder->RegisterCallBack([](const Error&) { ADD_FAILURE() << "packet refused"; },
                               [this](const uint16_t& lines, const double& time) {
                                 EXPECT_EQ(lines, decoder->ConstParam().LASER_NUM);
@@ -115,12 +117,6 @@ class DecoderRig {
     if (clouds_ == Clouds::kSometimesNull && index % 2 == 0) return nullptr;
     return std::make_shared<PC>();
   }
-  void NextClouds() {
-    decoder->point_cloud_ = MakeCloud(0);
-    wanted_cloud_ = MakeWantedCloud(0);
-    reference->cloud = wanted_cloud_.get();
-  }
-
   Clouds clouds_;
   std::shared_ptr<PC> wanted_cloud_;
   ImuMsg wanted_imu_msg_;
