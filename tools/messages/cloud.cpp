@@ -43,9 +43,13 @@ std::size_t RowLength(const std::vector<PointTime>& points) {
   if (length == 0 || points.size() % length != 0) {
     return 0;
   }
-  for (std::size_t i = length; i < points.size(); ++i) {
-    const bool starts_row = i % length == 0;
-    if ((points[i].label != points[i - 1].label) != starts_row) {
+  for (std::size_t start = length; start < points.size(); start += length) {
+    const std::uint16_t line = points[start].label;
+    unsigned others = points[start - 1].label == line ? 1 : 0;
+    for (std::size_t i = start; i < start + length; ++i) {
+      others |= points[i].label ^ unsigned { line };
+    }
+    if (others != 0) {
       return 0;
     }
   }
