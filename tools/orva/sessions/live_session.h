@@ -55,7 +55,6 @@ class LiveSession {
  private:
   void PutCloud(std::shared_ptr<Cloud> cloud);
   void PutImu(std::shared_ptr<ImuMsg> sample);
-
   void TakePacket(double received);
 
   bool keep_clouds_;
