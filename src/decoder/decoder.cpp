@@ -44,6 +44,13 @@ void Decoder<PC>::Report(Refusal refusal, Throttle& throttle) {
 }
 
 template <typename PC>
+Placement Decoder<PC>::GetPlacement() const {
+  Placement placement{param_.min_distance, param_.max_distance, param_.use_transform, {}};
+  std::memcpy(placement.pose, mounting_.Pose(), sizeof(placement.pose));
+  return placement;
+}
+
+template <typename PC>
 bool Decoder<PC>::ProcessMsopPacket(const uint8_t* data, size_t len, uint16_t start) {
   const Refusal refusal = Check(data, len, processed_);
   if (refusal == Refusal::kNone) return DecodeMsopPacket(data, const_param_.MSOP_LEN, start);

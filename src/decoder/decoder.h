@@ -99,7 +99,7 @@ class Decoder {
 
   const DecoderParam& Param() const { return param_; }
   const DecoderConstParam& ConstParam() const { return const_param_; }
-  Placement GetPlacement() const { return {param_.min_distance, param_.max_distance, mounting_.Pose()}; }
+  Placement GetPlacement() const;
   const PacketCounts& ProcessedPackets() const { return processed_; }  ///< by ProcessMsopPacket; any thread
   const PacketCounts& ExaminedPackets() const { return examined_; }    ///< by toSplite; any thread
 

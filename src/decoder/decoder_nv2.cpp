@@ -10,6 +10,9 @@ namespace tevoro::lidar {
 
 template <typename PC>
 NV2Impl<PC>::NV2Impl(Decoder<PC>* owner) : ModelImpl<PC, NV2Model>(owner) {
+  input_.cos_azimuth = cos_azimuth_;
+  input_.sin_azimuth = sin_azimuth_;
+  input_.placement = owner->GetPlacement();
   const TrigTable& trig = TrigTable::Get();
   for (size_t k = 0; k < kBlocks; ++k) {
     const int32_t azimuth = TruncateToAngle(6000 - static_cast<int>(k) * 62.5);
@@ -48,16 +51,13 @@ bool NV2Impl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t
 template <typename PC>
 void NV2Impl<PC>::AppendLine(const uint8_t* data, size_t start, double now) {
   const Elevation& elevation = elevations_[NV2Model::Line::Read(data)];
-  Placement placement = this->owner_->GetPlacement();
-  if (!elevation.in_limits) placement.max_distance = std::numeric_limits<float>::quiet_NaN();
-  const LineLoopInput input = {.packet = data,
-                               .cos_azimuth = cos_azimuth_,
-                               .sin_azimuth = sin_azimuth_,
-                               .cos_elevation = elevation.cosine,
-                               .sin_elevation = elevation.sine,
-                               .placement = placement};
-  appender_.template Append<kBlocks>(*this->owner_->point_cloud_, start, [&](PointType* points) {
-    ChoosePacketLoops().nv2(input, {points, sizeof(PointType)});
+  input_.packet = data;
+  input_.cos_elevation = elevation.cosine;
+  input_.sin_elevation = elevation.sine;
+  input_.placement.max_distance =
+      elevation.in_limits ? this->owner_->Param().max_distance : std::numeric_limits<float>::quiet_NaN();
+  appender_.Append(*this->owner_->point_cloud_, start, [&](auto* points) {
+    loops_.nv2(input_, {points, sizeof(*points)});
     if constexpr (requires { points->timestamp; }) {
       for (size_t k = 0; k < kBlocks; ++k) points[k].timestamp = now;
     }

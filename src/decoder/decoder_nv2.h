@@ -30,8 +30,6 @@ struct NV2Model {
 template <typename PC>
 class NV2Impl : public ModelImpl<PC, NV2Model> {
  public:
-  using PointType = typename PC::PointType;
-
   explicit NV2Impl(Decoder<PC>* owner);
 
   /// The frame test of the grid models; nothing asks it here.
@@ -55,7 +53,9 @@ class NV2Impl : public ModelImpl<PC, NV2Model> {
   void AppendLine(const uint8_t* data, size_t start, double now);
   void PublishImu(const uint8_t* data, double now);
 
-  PointAppender<PC> appender_;
+  LineLoopInput input_{};
+  const PacketLoops& loops_ = ChoosePacketLoops();
+  PointAppender<PC, kBlocks> appender_;
   IMUBlock last_imu_;
   bool started_ = false;
   uint8_t previous_line_ = 0;

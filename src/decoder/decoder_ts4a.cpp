@@ -14,7 +14,7 @@ bool TS4AImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_
   const bool ended = FindFrameEnd(data, TS4AModel::kFirstBlock + TS4AModel::kBlockStride * start,
                                   TS4AModel::kBlockStride, static_cast<uint16_t>(kBlocks - start), after);
   if (this->owner_->point_cloud_) {
-    appender_.template Append<kBlocks>(*this->owner_->point_cloud_, start, [](auto*) {});
+    appender_.Append(*this->owner_->point_cloud_, start, [](auto*) {});
   }
   if (ended) this->EnableFinallyFrame();
   return ended;

@@ -24,7 +24,7 @@ class TS4AImpl : public ModelImpl<PC, TS4AModel> {
   bool SplitFrame(const uint8_t* data, size_t len, uint16_t& seq) const;
 
  private:
-  PointAppender<PC> appender_;
+  PointAppender<PC, TS4AModel::kConst.BLOCKS_PER_PKT> appender_;
 };
 
 template <typename PC>

@@ -123,6 +123,8 @@ class GridDecoder : public ModelImpl<PC, Model> {
   static constexpr uint32_t kMostPoints = 99999;
 
   void Prepare();
+  /// True when any block ends the frame, also one before `start`: all are decoded, a loop of a fixed length
+  /// is faster.
   bool AppendPacket(const uint8_t* data, size_t start, const PointTimes& times);
 
   // Prepared for the first packet under a calibration: half a millisecond.
@@ -130,7 +132,8 @@ class GridDecoder : public ModelImpl<PC, Model> {
   GridLoopInput input_{};
   bool prepared_ = false;
 
-  PointAppender<PC> appender_;
+  const PacketLoops& loops_ = ChoosePacketLoops();
+  PointAppender<PC, kBlocks> appender_;
   uint32_t point_count_ = 0;  ///< in the frame so far
 };
 
@@ -164,11 +167,10 @@ template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::AppendPacket(const uint8_t* data, size_t start, const PointTimes& times) {
   if (!prepared_) Prepare();
   input_.packet = data;
-  input_.start = start;
   bool ended = false;
-  appender_.template Append<kBlocks>(*this->owner_->point_cloud_, start, [&](PointType* points) {
+  appender_.Append(*this->owner_->point_cloud_, start, [&](PointType* points) {
     float distance[kBlocks];
-    ended = (ChoosePacketLoops().*Model::kLoop)(input_, {points, sizeof(PointType)}, distance);
+    ended = (loops_.*Model::kLoop)(input_, {points, sizeof(PointType)}, distance);
     for (size_t i = 0; i < kBlocks; ++i) {
       if constexpr (requires { points->timestamp; }) {
         points[i].timestamp = i < times.change ? times.before : times.after;
@@ -185,7 +187,10 @@ bool GridDecoder<PC, Model>::AppendPacket(const uint8_t* data, size_t start, con
 template <typename PC, typename Model>
 bool GridDecoder<PC, Model>::DecodeBlocks(const uint8_t* data, size_t start, const PointTimes& times) {
   if (start >= kBlocks) return false;
-  if (this->owner_->point_cloud_) return AppendPacket(data, start, times);
+  if (this->owner_->point_cloud_) {
+    const bool ended = AppendPacket(data, start, times);
+    if (!ended || start == 0) return ended;
+  }
   uint16_t after = 0;
   return FindFrameEnd(data, Block::kFirst + Block::kStride * start, Block::kStride,
                       static_cast<uint16_t>(kBlocks - start), after);

@@ -12,8 +12,9 @@ class Mounting {
  public:
   explicit Mounting(const DecoderParam& param);
 
-  /// Three rows; null unless `use_transform` was set.
-  const double (*Pose() const)[4] { return enabled_ ? matrix_ : nullptr; }
+  /// Rotation and, in the last column, translation.
+  using Matrix = double[3][4];
+  const Matrix& Pose() const { return matrix_; }
 
   /// Rotates and translates one point in double. Does nothing unless `use_transform` was set.
   void Apply(float& x, float& y, float& z) const {
@@ -33,7 +34,7 @@ class Mounting {
   }
 
   bool enabled_;
-  double matrix_[3][4];  ///< rotation and, in the last column, translation
+  Matrix matrix_;
 };
 
 }  // namespace tevoro::lidar

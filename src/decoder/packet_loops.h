@@ -20,9 +20,10 @@ struct DirectionTable {
 
 /// What every loop needs to know of limits and mounting.
 struct Placement {
-  float min_distance;       ///< metres
-  float max_distance;       ///< metres
-  const double (*pose)[4];  ///< three rows, translation in the last column; null: not mounted
+  float min_distance;  ///< metres
+  float max_distance;  ///< metres
+  bool mounted;
+  double pose[3][4];  ///< rotation and, in the last column, translation
 };
 
 /// Removes weak echoes close to the sensor, where dust and the window scatter. Distances in metres; -infinity
@@ -49,7 +50,6 @@ struct PointOutput {
 
 struct GridLoopInput {
   const uint8_t* packet;
-  size_t start;  ///< a frame end is looked for from this block on
   DirectionTable directions;
   DistanceCalibration distance;
   Placement placement;
@@ -64,8 +64,7 @@ struct LineLoopInput {
   Placement placement;
 };
 
-/// A set of loops. All decode every measurement of a packet, also those before `start`: loops of a fixed
-/// length are faster. The grid models' say whether a block from `start` on ended the frame.
+/// A set of loops over all measurements of a packet. The grid models' say whether one of them ends the frame.
 struct PacketLoops {
   const char* instruction_set;
   bool (*ts4b)(const GridLoopInput&, const PointOutput&, float* distances);

@@ -3,9 +3,9 @@
 // The one source of the loops. An object file for an instruction set defines ORVA_LANES, includes this and
 // names what it gets: see packet_loops_*.cpp.
 //
-// A loop works in stages over arrays of the packet's measurements: cut out the fields, compute the distances,
-// project, write. Between the stages values pass through memory: that is how they change from vectors of
-// float to half as many doubles without shuffles.
+// A loop takes a group of measurements from the packet to its points: cut out the fields, compute the
+// distances, project, write. On the way between float and half as many doubles values pass through memory,
+// which costs no shuffle.
 #pragma once
 
 #include <type_traits>
@@ -28,28 +28,6 @@ inline void StorePoints(Floats x, Floats y, Floats z, Words echo, uint8_t* first
   }
 }
 
-/// Where points stand on their way into the cloud. Not mounted, they never leave the registers.
-template <size_t N>
-struct Coordinates {
-  float x[N];
-  float y[N];
-  float z[N];
-  int32_t kept[N];  ///< masks
-
-  /// Rotates and translates in double.
-  void Mount(const double (*pose)[4]) {
-    for (size_t i = 0; i < N; i += kHalf) {
-      const Doubles px = LoadFloatsAsDoubles(x + i);
-      const Doubles py = LoadFloatsAsDoubles(y + i);
-      const Doubles pz = LoadFloatsAsDoubles(z + i);
-      const auto row = [&](const double* m) { return m[0] * px + m[1] * py + m[2] * pz + m[3]; };
-      StoreAsFloats(row(pose[0]), x + i);
-      StoreAsFloats(row(pose[1]), y + i);
-      StoreAsFloats(row(pose[2]), z + i);
-    }
-  }
-};
-
 /// Sines and cosines of a group's measurements. `limits` is NaN where an angle is out of limits.
 struct Directions {
   Floats limits;
@@ -59,46 +37,80 @@ struct Directions {
   Floats sin_elevation;
 };
 
-/// From final distances and `direction(i)` of the group that begins at `i` to points. A point out of limits
-/// becomes (0, 0, 0): its distance or an angle. `echo(i)` are the last four bytes.
-template <size_t N, typename Distance, typename DirectionOf, typename Echo>
-inline void Place(const Distance& distance, const DirectionOf& direction, const Echo& echo,
-                  const Placement& placement, const PointOutput& output) {
-  auto* const points = static_cast<uint8_t*>(output.points);
-  const size_t stride = output.stride;
-  const Floats nearest = Floats{} + placement.min_distance;
-  const Floats farthest = Floats{} + placement.max_distance;
-  const auto project = [&](size_t i, const auto& take) {
-    const Directions to = direction(i);
-    const Floats d = distance(i);
+/// Projects a group: sines and cosines times distances. The sensor looks forward.
+struct Projected {
+  Floats x;
+  Floats y;
+  Floats z;
+
+  Projected(Floats d, const Directions& to) {
     const Floats r = d * to.cos_elevation;
-    const Ints inside = (nearest <= d) & (d <= farthest) & (to.limits == to.limits);
-    // The sensor looks forward.
-    take(Magnitude(to.cos_azimuth * r), to.sin_azimuth * Magnitude(r), d * to.sin_elevation, inside);
-  };
-  if (placement.pose == nullptr) {
+    x = Magnitude(to.cos_azimuth * r);
+    y = to.sin_azimuth * Magnitude(r);
+    z = d * to.sin_elevation;
+  }
+};
+
+inline Ints InLimits(const Placement& placement, Floats d, const Directions& to) {
+  return (placement.min_distance <= d) & (d <= placement.max_distance) & (to.limits == to.limits);
+}
+
+/// Where points stand on their way into the cloud when they are mounted.
+template <size_t N>
+struct Coordinates {
+  float x[N];
+  float y[N];
+  float z[N];
+  int32_t inside[N];  ///< masks
+};
+
+/// Rotates and translates in double, and writes the points. `echo`: their last four bytes, intensity and
+/// label.
+template <size_t N>
+[[gnu::noinline]] void MountPoints(const Coordinates<N>& at, const Placement& given, const uint32_t* echo,
+                                   const PointOutput& output) {
+  const Placement placement = given;  // a copy: the compiler sees that writing points does not change it
+  auto* points = static_cast<uint8_t*>(output.points);
+  for (size_t i = 0; i < N; i += kLanes, points += kLanes * output.stride) {
+    const DoublePair x = Widen(at.x + i);
+    const DoublePair y = Widen(at.y + i);
+    const DoublePair z = Widen(at.z + i);
+    const auto inside = Load<Ints>(at.inside + i);
+    const auto row = [&](const double* m) {
+      return Select(inside, Narrow(x * m[0] + y * m[1] + z * m[2] + m[3]));
+    };
+    StorePoints(row(placement.pose[0]), row(placement.pose[1]), row(placement.pose[2]), Load<Words>(echo + i),
+                points, output.stride);
+  }
+}
+
+/// From final distances, `distance(i)`, and directions of the group that begins at `i` to points. A point out
+/// of limits becomes (0, 0, 0): its distance or an angle.
+template <size_t N, typename Distance, typename DirectionOf>
+inline void PlacePoints(const Placement& placement, const Distance& distance, const DirectionOf& direction,
+                        const uint32_t* echo, const PointOutput& output) {
+  if (placement.mounted) {
+    Coordinates<N> at;
     for (size_t i = 0; i < N; i += kLanes) {
-      project(i, [&](Floats x, Floats y, Floats z, Ints inside) {
-        StorePoints(Select(inside, x), Select(inside, y), Select(inside, z), echo(i), points + i * stride,
-                    stride);
-      });
+      const Floats d = distance(i);
+      const Directions to = direction(i);
+      const Projected point(d, to);
+      Store(point.x, at.x + i);
+      Store(point.y, at.y + i);
+      Store(point.z, at.z + i);
+      Store(InLimits(placement, d, to), at.inside + i);
     }
+    MountPoints(at, placement, echo, output);
     return;
   }
-  Coordinates<N> at;
-  for (size_t i = 0; i < N; i += kLanes) {
-    project(i, [&](Floats x, Floats y, Floats z, Ints inside) {
-      Store(x, at.x + i);
-      Store(y, at.y + i);
-      Store(z, at.z + i);
-      Store(inside, at.kept + i);
-    });
-  }
-  at.Mount(placement.pose);
-  for (size_t i = 0; i < N; i += kLanes) {
-    const auto kept = Load<Ints>(at.kept + i);
-    StorePoints(Select(kept, Load<Floats>(at.x + i)), Select(kept, Load<Floats>(at.y + i)),
-                Select(kept, Load<Floats>(at.z + i)), echo(i), points + i * stride, stride);
+  auto* points = static_cast<uint8_t*>(output.points);
+  for (size_t i = 0; i < N; i += kLanes, points += kLanes * output.stride) {
+    const Floats d = distance(i);
+    const Directions to = direction(i);
+    const Projected point(d, to);
+    const Ints inside = InLimits(placement, d, to);
+    StorePoints(Select(inside, point.x), Select(inside, point.y), Select(inside, point.z),
+                Load<Words>(echo + i), points, output.stride);
   }
 }
 
@@ -154,7 +166,8 @@ inline GridFields LoadFields<OrvaTS6MsopBlock>(const uint8_t* first) {
           intensity,         words[2] >> 8,  intensity};
 }
 
-/// A packet of a grid model on its way to points.
+/// A packet of a grid model on its way to points. The stages are functions of their own: inlined into one
+/// another, compilers keep what passes between them in registers and run out of these.
 template <typename Model>
 struct GridPacket {
   using Block = typename Model::Block;
@@ -163,76 +176,85 @@ struct GridPacket {
   uint32_t code[kBlocks];
   uint32_t echo[kBlocks];            ///< intensity (its low 16 bits) and label, as they stand in a point
   uint32_t time_of_flight[kBlocks];  ///< in sixty-fourths of a unit
-  float square[kBlocks];             ///< terms of the distance correction
-  float linear[kBlocks];
   float filter_intensity[kBlocks];
+  float square[kBlocks];  ///< terms of the distance correction
+  float linear[kBlocks];
   float raw[kBlocks];       ///< metres
+  float scale[kBlocks];     ///< a term of the correction
   float distance[kBlocks];  ///< metres, corrected
-  // Room for the directions when the codes are scattered.
+  bool ended;               ///< a block ends the frame
+  bool run;                 ///< the codes count up
   float scattered[4][kBlocks];
 
-  /// The fields, and what follows from them alone. True when the codes are one run.
-  bool Unpack(const uint8_t* packet, const DistanceCalibration& calibration);
-  void ComputeDistances(const DistanceCalibration& calibration);
-  void GatherDirections(DirectionTable& table);
+  [[gnu::noinline]] void Unpack(const uint8_t* packet, const DistanceCalibration& calibration);
+  [[gnu::noinline]] void ComputeDistances(const DistanceCalibration& calibration);
+  [[gnu::noinline]] DirectionTable DirectionsOf(const DirectionTable& table);
+  [[gnu::noinline]] void Place(const DirectionTable& table, const NearFilter& near,
+                               const Placement& placement, const PointOutput& output, float* distances);
 };
 
+/// Cuts out the fields, and what follows from them alone.
 template <typename Model>
-inline bool GridPacket<Model>::Unpack(const uint8_t* packet, const DistanceCalibration& calibration) {
+void GridPacket<Model>::Unpack(const uint8_t* packet, const DistanceCalibration& calibration) {
   static_assert(Block::Code::kOffset == 0);
-  const Words first_code = Words{} + packet[Block::kFirst] + packet[Block::kFirst + 1] * 256U;
-  Words expected = first_code + Counting(LaneIndices());
+  const uint32_t first_code = packet[Block::kFirst] + packet[Block::kFirst + 1] * 256U;
+  Words expected = Counting(LaneIndices()) + first_code;
   Words strays{};
+  Words ends{};
   for (size_t i = 0; i < kBlocks; i += kLanes) {
     const GridFields fields = LoadFields<Block>(packet + Block::kFirst + Block::kStride * i);
     strays |= fields.code ^ expected;
     expected += kLanes;
+    ends |= reinterpret_cast<Words>(fields.code == kFrameEndCode);
+    Store(fields.code, code + i);
+    Store((fields.intensity & 0xFFFF) | (fields.code & 0xFF00) << 8, echo + i);
+    Store(fields.time_of_flight, time_of_flight + i);
+    Store(ToFloats(fields.filter_intensity), filter_intensity + i);
     const Floats ratio = ToFloats(fields.pulse_sum) / ToFloats(fields.divisor);
     Store(ratio * ratio * calibration.weight[2], square + i);
     Store(ratio * calibration.weight[0], linear + i);
-    Store(ToFloats(fields.filter_intensity), filter_intensity + i);
-    Store(fields.time_of_flight, time_of_flight + i);
-    Store(fields.code, code + i);
-    Store((fields.intensity & 0xFFFF) | (fields.code & 0xFF00) << 8, echo + i);
   }
-  uint32_t any = 0;
-  for (size_t lane = 0; lane < kLanes; ++lane) any |= strays[lane];
-  return any == 0;
+  ended = AnySet(ends);
+  run = !AnySet(strays);
 }
 
 template <typename Model>
-inline void GridPacket<Model>::ComputeDistances(const DistanceCalibration& calibration) {
+void GridPacket<Model>::ComputeDistances(const DistanceCalibration& calibration) {
   // The count is in sixty-fourths of a unit. A power of two scales without rounding, so the division may be
   // folded into the factor.
   constexpr double kUnitsPerCount = 1.645 / 64.0;
   constexpr double kOffset = 2.09;
+  const float weight = calibration.weight[1];
   const double constant = calibration.weight[3];
-  for (size_t i = 0; i < kBlocks; i += kHalf) {
-    StoreAsFloats((LoadIntsAsDoubles(time_of_flight + i) * kUnitsPerCount - kOffset) * Model::kMetresPerUnit,
-                  raw + i);
-  }
-  float scaled[kBlocks];
   for (size_t i = 0; i < kBlocks; i += kLanes) {
-    Store(Load<Floats>(raw + i) * calibration.weight[1], scaled + i);
+    const Floats metres =
+        Narrow((Widen(time_of_flight + i) * kUnitsPerCount - kOffset) * Model::kMetresPerUnit);
+    Store(metres, raw + i);
+    Store(metres * weight, scale + i);
   }
-  for (size_t i = 0; i < kBlocks; i += kHalf) {
-    // The products are float, the sum double, in this order. An exact 0 is never corrected, so the sign of
-    // a correction of 0 does not matter.
-    const Doubles correction = LoadFloatsAsDoubles(square + i) + LoadFloatsAsDoubles(linear + i) +
-                               LoadFloatsAsDoubles(scaled + i) + constant;
-    StoreAsFloats(LoadFloatsAsDoubles(raw + i) - correction, distance + i);
+  for (size_t i = 0; i < kBlocks; i += kLanes) {
+    // The products are float, the sum double, in this order. No raw distance is 0, so the sign of a
+    // correction of 0 does not matter.
+    const DoublePair correction = Widen(square + i) + Widen(linear + i) + Widen(scale + i) + constant;
+    Store(Narrow(Widen(raw + i) - correction), distance + i);
   }
 }
 
+/// The directions of the blocks. A sensor scans column by column, so most packets hold a run of codes, whose
+/// directions stand side by side in the table.
 template <typename Model>
-inline void GridPacket<Model>::GatherDirections(DirectionTable& table) {
+DirectionTable GridPacket<Model>::DirectionsOf(const DirectionTable& table) {
+  if (run) {
+    return {table.cos_azimuth + code[0], table.sin_azimuth + code[0], table.cos_elevation + code[0],
+            table.sin_elevation + code[0]};
+  }
   for (size_t i = 0; i < kBlocks; ++i) {
     scattered[0][i] = table.cos_azimuth[code[i]];
     scattered[1][i] = table.sin_azimuth[code[i]];
     scattered[2][i] = table.cos_elevation[code[i]];
     scattered[3][i] = table.sin_elevation[code[i]];
   }
-  table = {scattered[0], scattered[1], scattered[2], scattered[3]};
+  return {scattered[0], scattered[1], scattered[2], scattered[3]};
 }
 
 inline Floats FilterNear(const NearFilter& filter, Floats distance, Floats intensity) {
@@ -241,38 +263,24 @@ inline Floats FilterNear(const NearFilter& filter, Floats distance, Floats inten
   const Ints weak = very_near_echo & (filter.threshold > intensity);
   const Ints faint =
       near_echo & (Magnitude(distance - filter.near) / filter.near * filter.strength > intensity);
-  return Select(~(weak | faint), distance);
+  return Clear(weak | faint, distance);
 }
 
+/// Filters, projects and writes.
 template <typename Model>
-bool DecodeGrid(const GridLoopInput& input, const PointOutput& output, float* distances) {
-  using Packet = GridPacket<Model>;
-  constexpr size_t kBlocks = Packet::kBlocks;
-  Packet packet;
-  DirectionTable directions = input.directions;
-  bool ended = false;
-  // A sensor scans column by column, so most packets hold a run of codes, whose directions stand side by side
-  // in the table.
-  if (packet.Unpack(input.packet, input.distance)) {
-    const uint32_t first = packet.code[0];
-    directions = {directions.cos_azimuth + first, directions.sin_azimuth + first,
-                  directions.cos_elevation + first, directions.sin_elevation + first};
-    ended = first + input.start <= kFrameEndCode && kFrameEndCode < first + kBlocks;
-  } else {
-    packet.GatherDirections(directions);
-    for (size_t i = input.start; i < kBlocks; ++i) ended |= packet.code[i] == kFrameEndCode;
-  }
-  packet.ComputeDistances(input.distance);
-  Place<kBlocks>(
+void GridPacket<Model>::Place(const DirectionTable& directions, const NearFilter& near,
+                              const Placement& placement, const PointOutput& output, float* distances) {
+  const NearFilter filter = near;
+  PlacePoints<kBlocks>(
+      placement,
       [&](size_t i) {
-        Floats distance = FilterNear(input.distance.filter, Load<Floats>(packet.distance + i),
-                                     Load<Floats>(packet.filter_intensity + i));
-        if constexpr (Model::kReportsSourceDistance) Store(distance, distances + i);
+        Floats d = FilterNear(filter, Load<Floats>(distance + i), Load<Floats>(filter_intensity + i));
+        if constexpr (Model::kReportsSourceDistance) Store(d, distances + i);
         if constexpr (Model::kRejectsNonPositiveRaw) {
-          const Ints measured = Load<Floats>(packet.raw + i) > 0.0F;
-          distance = reinterpret_cast<Floats>(Bits(distance) | reinterpret_cast<Words>(~measured));  // NaN
+          const Ints rejected = ~(Load<Floats>(raw + i) > 0.0F);
+          d = reinterpret_cast<Floats>(Bits(d) | reinterpret_cast<Words>(rejected));  // NaN
         }
-        return distance;
+        return d;
       },
       [&](size_t i) {
         const auto cos_elevation = Load<Floats>(directions.cos_elevation + i);
@@ -280,42 +288,65 @@ bool DecodeGrid(const GridLoopInput& input, const PointOutput& output, float* di
                           Load<Floats>(directions.sin_azimuth + i), cos_elevation,
                           Load<Floats>(directions.sin_elevation + i)};
       },
-      [&](size_t i) { return Load<Words>(packet.echo + i); }, input.placement, output);
-  return ended;
+      echo, output);
 }
 
-void DecodeLine(const LineLoopInput& input, const PointOutput& output) {
-  using Model = NV2Model;
-  constexpr size_t kBlocks = Model::kBlocks;
-  uint32_t measurement[kBlocks];
-  uint32_t code[kBlocks];
-  float distance[kBlocks];
-  const uint8_t* const first = input.packet + Model::kFirstMeasurement;
+template <typename Model>
+bool DecodeGrid(const GridLoopInput& input, const PointOutput& output, float* distances) {
+  GridPacket<Model> packet;
+  packet.Unpack(input.packet, input.distance);
+  packet.ComputeDistances(input.distance);
+  packet.Place(packet.DirectionsOf(input.directions), input.distance.filter, input.placement, output,
+               distances);
+  return packet.ended;
+}
+
+/// NV2's line on its way to points.
+struct LinePacket {
+  static constexpr size_t kBlocks = NV2Model::kBlocks;
+
+  uint32_t echo[kBlocks];
+  uint32_t code[kBlocks];  ///< of the distance
+
+  [[gnu::noinline]] void Unpack(const uint8_t* packet);
+  [[gnu::noinline]] void Place(const LineLoopInput& input, const PointOutput& output);
+};
+
+void LinePacket::Unpack(const uint8_t* packet) {
+  const uint8_t* const first = packet + NV2Model::kFirstMeasurement;
+  const uint32_t label = uint32_t{packet[NV2Model::Line::kOffset]} << 16;
   for (size_t i = 0; i < kBlocks; i += kLanes) {
     // 16 bytes hold two measurements, at their ends.
-    static_assert(2 * Model::kMeasurementStride + 4 == 16);
+    static_assert(2 * NV2Model::kMeasurementStride + 4 == 16);
     const auto load = [&](size_t k) {
-      return LoadQuads([&](size_t quad) { return first + Model::kMeasurementStride * (i + k + quad); });
+      return LoadQuads([&](size_t quad) { return first + NV2Model::kMeasurementStride * (i + k + quad); });
     };
-    const Words words = JoinEnds(load(0), load(1), LaneIndices());
-    Store(words, measurement + i);
-    Store(words >> 16, code + i);
+    const Words measurement = JoinEnds(load(0), load(1), LaneIndices());
+    Store((measurement & 0xFFF) | label, echo + i);
+    Store(measurement >> 16, code + i);
   }
-  for (size_t i = 0; i < kBlocks; i += kHalf) {
-    StoreAsFloats(LoadIntsAsDoubles(code + i) * Model::kMetresPerCode - Model::kOffset, distance + i);
-  }
-  const uint32_t label = uint32_t{input.packet[Model::Line::kOffset]} << 16;
-  Place<kBlocks>(
+}
+
+void LinePacket::Place(const LineLoopInput& given, const PointOutput& output) {
+  const LineLoopInput input = given;
+  PlacePoints<kBlocks>(
+      input.placement,
       [&](size_t i) {
-        const auto metres = Load<Floats>(distance + i);
-        return Select(metres > 0.0F, metres);
+        const Floats d = Narrow(Widen(code + i) * NV2Model::kMetresPerCode - NV2Model::kOffset);
+        return Select(d > 0.0F, d);
       },
       [&](size_t i) {
         const auto cos_azimuth = Load<Floats>(input.cos_azimuth + i);
         return Directions{cos_azimuth, cos_azimuth, Load<Floats>(input.sin_azimuth + i),
                           Floats{} + input.cos_elevation, Floats{} + input.sin_elevation};
       },
-      [&](size_t i) { return (Load<Words>(measurement + i) & 0xFFF) | label; }, input.placement, output);
+      echo, output);
+}
+
+void DecodeLine(const LineLoopInput& input, const PointOutput& output) {
+  LinePacket packet;
+  packet.Unpack(input.packet);
+  packet.Place(input, output);
 }
 
 constexpr PacketLoops LoopsNamed(const char* instruction_set) {

@@ -53,6 +53,11 @@ inline Floats Select(Ints condition, Floats value) {
   return reinterpret_cast<Floats>(Bits(value) & reinterpret_cast<Words>(condition));
 }
 
+/// 0 where the comparison holds, else `value`.
+inline Floats Clear(Ints condition, Floats value) {
+  return reinterpret_cast<Floats>(Bits(value) & ~reinterpret_cast<Words>(condition));
+}
+
 inline Floats Magnitude(Floats value) {
   return reinterpret_cast<Floats>(Bits(value) & 0x7FFFFFFFU);
 }
@@ -62,49 +67,98 @@ inline Floats ToFloats(Words value) {
   return __builtin_convertvector(reinterpret_cast<Ints>(value), Floats);
 }
 
-// Conversions between the two precisions, from memory or to memory, where they cost no shuffle. g++ 12 takes
-// the portable ones to pieces, hence the machine's own beside them.
-#if defined(__AVX512F__) && ORVA_LANES == 16
-inline Doubles LoadFloatsAsDoubles(const float* from) {
-  return _mm512_cvtps_pd(_mm256_loadu_ps(from));
+/// As many doubles as Floats has values, in two vectors.
+struct DoublePair {
+  Doubles low;
+  Doubles high;
+};
+inline DoublePair operator+(DoublePair a, DoublePair b) {
+  return {a.low + b.low, a.high + b.high};
 }
-inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
-  return _mm512_cvtepi32_pd(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)));
+inline DoublePair operator-(DoublePair a, DoublePair b) {
+  return {a.low - b.low, a.high - b.high};
 }
-inline void StoreAsFloats(Doubles value, float* to) {
-  _mm256_storeu_ps(to, _mm512_cvtpd_ps(value));
+inline DoublePair operator+(DoublePair a, double b) {
+  return {a.low + b, a.high + b};
 }
-#elif defined(__AVX__) && ORVA_LANES == 8
-inline Doubles LoadFloatsAsDoubles(const float* from) {
+inline DoublePair operator-(DoublePair a, double b) {
+  return {a.low - b, a.high - b};
+}
+inline DoublePair operator*(DoublePair a, double b) {
+  return {a.low * b, a.high * b};
+}
+
+// Conversions between the two precisions. They widen by way of memory, which is cheaper than shuffles, and
+// narrow in registers, since a load that spans two stores would have to wait. g++ 12 takes the portable
+// conversions to pieces, hence the machine's own beside them.
+#if defined(__AVX__) && ORVA_LANES == 8
+inline Doubles WidenHalf(const float* from) {
   return _mm256_cvtps_pd(_mm_loadu_ps(from));
 }
-inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+inline Doubles WidenHalf(const uint32_t* from) {
   return _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
 }
-inline void StoreAsFloats(Doubles value, float* to) {
-  _mm_storeu_ps(to, _mm256_cvtpd_ps(value));
+inline Floats Narrow(DoublePair value) {
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm256_cvtpd_ps(value.low)), _mm256_cvtpd_ps(value.high),
+                              1);
 }
 #elif defined(__SSE2__) && ORVA_LANES == 4
-inline Doubles LoadFloatsAsDoubles(const float* from) {
+inline Doubles WidenHalf(const float* from) {
   return _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from))));
 }
-inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+inline Doubles WidenHalf(const uint32_t* from) {
   return _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)));
 }
-inline void StoreAsFloats(Doubles value, float* to) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_castps_si128(_mm_cvtpd_ps(value)));
+inline Floats Narrow(DoublePair value) {
+  return _mm_movelh_ps(_mm_cvtpd_ps(value.low), _mm_cvtpd_ps(value.high));
+}
+#elif defined(__ARM_NEON) && defined(__aarch64__) && ORVA_LANES == 4
+inline Doubles WidenHalf(const float* from) {
+  return vcvt_f64_f32(vld1_f32(from));
+}
+inline Doubles WidenHalf(const uint32_t* from) {
+  return vcvtq_f64_u64(vmovl_u32(vld1_u32(from)));
+}
+inline Floats Narrow(DoublePair value) {
+  return vcvt_high_f32_f64(vcvt_f32_f64(value.low), value.high);
 }
 #else
 using HalfInts = int32_t __attribute__((vector_size(2 * kLanes)));
 using HalfFloats = float __attribute__((vector_size(2 * kLanes)));
-inline Doubles LoadFloatsAsDoubles(const float* from) {
+inline Doubles WidenHalf(const float* from) {
   return __builtin_convertvector(Load<HalfFloats>(from), Doubles);
 }
-inline Doubles LoadIntsAsDoubles(const uint32_t* from) {
+inline Doubles WidenHalf(const uint32_t* from) {
   return __builtin_convertvector(Load<HalfInts>(from), Doubles);
 }
-inline void StoreAsFloats(Doubles value, float* to) {
-  Store(__builtin_convertvector(value, HalfFloats), to);
+inline Floats Narrow(DoublePair value) {
+  Floats all;
+  const HalfFloats halves[2] = {__builtin_convertvector(value.low, HalfFloats),
+                                __builtin_convertvector(value.high, HalfFloats)};
+  __builtin_memcpy(&all, halves, sizeof(all));
+  return all;
+}
+#endif
+
+/// The values from `from` on; integers below 2^31.
+template <typename Value>
+inline DoublePair Widen(const Value* from) {
+  return {WidenHalf(from), WidenHalf(from + kHalf)};
+}
+
+/// Is any bit set?
+#if defined(__AVX__) && ORVA_LANES == 8
+inline bool AnySet(Words value) {
+  const auto bits = reinterpret_cast<__m256i>(value);
+  return _mm256_testz_si256(bits, bits) == 0;
+}
+#else
+inline bool AnySet(Words value) {
+  using Longs = uint64_t __attribute__((vector_size(4 * kLanes)));
+  const auto pairs = reinterpret_cast<Longs>(value);
+  uint64_t bits = 0;
+  for (size_t i = 0; i < kHalf; ++i) bits |= pairs[i];
+  return bits != 0;
 }
 #endif
 
