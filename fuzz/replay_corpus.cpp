@@ -26,6 +26,9 @@ constexpr Target kTargets[] = {
     {"mcap_writer", orva::fuzz::McapWriter},
 #endif
     {"fragments", orva::fuzz::Fragments},
+#ifdef ORVA_FUZZ_VIEW
+    {"view_messages", orva::fuzz::ViewMessages},
+#endif
 };
 
 size_t Run(const Target& target, const std::filesystem::path& path) {

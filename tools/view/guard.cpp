@@ -12,7 +12,10 @@ bool Guard::AdmitsHost(std::string_view host) const {
     return !host.empty();
   }
   const std::string_view name = host.substr(0, host.rfind(':'));
-  return name == "127.0.0.1" || name == "localhost" || name.substr(0, 4) == "127.";
+  const auto is_address = [](std::string_view text) {
+    return text.find_first_not_of("0123456789.") == std::string_view::npos;
+  };
+  return name == "localhost" || (name.substr(0, 4) == "127." && is_address(name));
 }
 
 bool Guard::AdmitsOrigin(std::string_view origin, std::string_view host) const {
