@@ -17,6 +17,7 @@ using Json = nlohmann::json;
 
 constexpr int kMostCredit = 2;  ///< one frame on its way, one being drawn
 constexpr std::size_t kMostReplies = 16;
+constexpr std::chrono::milliseconds kImuPause(100);  ///< samples come by the batch
 
 template <typename... Cases>
 struct Choose : Cases... {
@@ -78,7 +79,11 @@ std::optional<Message> PageClient::Next() {
     told_ = status.version;
     return Text(StatusText(status));
   }
+  if (Clock::now() < imu_due_) {
+    return std::nullopt;
+  }
   if (const auto samples = feed_.ImuSince(imu_taken_); !samples.empty()) {
+    imu_due_ = Clock::now() + kImuPause;
     Json list = Json::array();
     for (const ImuMsg& sample : samples) {
       list.push_back({sample.timestamp, sample.angular_velocity_x, sample.angular_velocity_y,

@@ -38,8 +38,9 @@ class PageClient : public Client {
   bool greeted_ = false;
   std::uint64_t told_ = 0;       ///< version of the status
   std::uint64_t imu_taken_ = 0;  ///< see Feed::ImuSince
-  int credit_ = 2;               ///< live: frames that the page takes before it asks for more
-  FramePtr shown_;               ///< sent last: what points are asked of
+  Clock::time_point imu_due_;
+  int credit_ = 2;  ///< live: frames that the page takes before it asks for more
+  FramePtr shown_;  ///< sent last: what points are asked of
   std::uint64_t sent_ = 0;
   std::uint64_t dropped_ = 0;
   std::deque<std::string> replies_;

@@ -133,7 +133,8 @@ class WebServer::Impl {
   int Answer(lws* connection, HttpState& state, std::string_view path) {
     const bool head = lws_hdr_total_length(connection, WSI_TOKEN_HEAD_URI) > 0;
     if (!head && lws_hdr_total_length(connection, WSI_TOKEN_GET_URI) == 0) {
-      return Refuse(connection, state, HTTP_STATUS_METHOD_NOT_ALLOWED, "this server only shows a page\n");
+      lws_return_http_status(connection, HTTP_STATUS_METHOD_NOT_ALLOWED, "this server only shows a page");
+      return -1;  // no body is waited for
     }
     if (!options_.guard.AdmitsHost(Header(connection, WSI_TOKEN_HOST))) {
       return Refuse(connection, state, HTTP_STATUS_FORBIDDEN, "this name is none of the server's\n");

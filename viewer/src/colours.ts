@@ -41,8 +41,16 @@ function colourAt(mode: ColourMode, part: number, light: boolean): Triple {
   }
 }
 
+const palettes = new Map<string, Uint8Array>();
+
 /** 256 colours as RGBA bytes. */
 export function palette(mode: ColourMode, light: boolean): Uint8Array {
+  const key = `${mode} ${light}`;
+  if (!palettes.has(key)) palettes.set(key, makePalette(mode, light));
+  return palettes.get(key)!;
+}
+
+function makePalette(mode: ColourMode, light: boolean): Uint8Array {
   const bytes = new Uint8Array(steps * 4);
   for (let i = 0; i < steps; i++) {
     const colour = colourAt(mode, i / (steps - 1), light);

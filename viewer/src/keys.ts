@@ -14,8 +14,9 @@ const typing = (target: EventTarget | null) =>
 export function listen(shortcuts: Shortcut[]): void {
   document.addEventListener("keydown", (event) => {
     if (event.ctrlKey || event.metaKey || event.altKey || typing(event.target)) return;
+    if (document.querySelector("dialog[open]")) return; // its keys are the browser's
     // The keys by which a person works a control belong to the control.
-    const onControl = event.target instanceof HTMLElement && event.target.matches("button, input, summary, dialog *");
+    const onControl = event.target instanceof HTMLElement && event.target.matches("button, input");
     if (onControl && [" ", "Enter", "ArrowLeft", "ArrowRight", "ArrowUp", "ArrowDown", "Home", "End"].includes(event.key)) return;
     const shortcut = shortcuts.find(({ keys }) => keys.includes(event.key));
     if (!shortcut) return;

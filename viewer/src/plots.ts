@@ -7,6 +7,7 @@ import type { Frame, ImuBatch, Status } from "./protocol";
 const imuSeconds = 20;
 const statusSeconds = 120;
 const mostFrames = 400;
+const drawMilliseconds = 250; // samples come far more often than an eye can follow
 
 interface Series {
   label: string;
@@ -16,6 +17,7 @@ interface Series {
 class Plot {
   private readonly data: number[][];
   private plot: uPlot | null = null;
+  private fresh = false; // there are values that are not drawn yet
 
   constructor(
     private readonly holder: HTMLElement,
@@ -29,6 +31,7 @@ class Plot {
   /** Forgets what is older than the span; starts anew where time runs backwards. */
   add(x: number, values: number[]): void {
     const [xs] = this.data;
+    this.fresh = true;
     if (xs.length > 0 && x <= xs[xs.length - 1]) this.data.forEach((list) => (list.length = 0));
     xs.push(x);
     values.forEach((value, i) => this.data[i + 1].push(value));
@@ -39,7 +42,8 @@ class Plot {
   draw(): void {
     if (this.holder.offsetParent === null) return; // not shown
     if (!this.plot) this.build();
-    this.plot!.setData(this.data as uPlot.AlignedData);
+    else if (this.fresh) this.plot.setData(this.data as uPlot.AlignedData);
+    this.fresh = false;
   }
 
   /** With the colours of the theme. */
@@ -107,6 +111,7 @@ export class Plots {
       statusSeconds,
     );
     this.returns = new Plot(find("plot-returns"), [{ label: "returns", colour: "--series-2" }], mostFrames);
+    setInterval(() => this.all().forEach((plot) => plot.draw()), drawMilliseconds);
   }
 
   imu(batch: ImuBatch): void {
@@ -115,8 +120,6 @@ export class Plots {
       this.turn.add(time - this.imuStart, [gx, gy, gz]);
       this.push.add(time - this.imuStart, [ax, ay, az]);
     }
-    this.turn.draw();
-    this.push.draw();
   }
 
   status(status: Status): void {
@@ -131,13 +134,10 @@ export class Plots {
       lost.length + lost.identifier - old.length - old.identifier,
       status.dropped + status.missed - before.dropped - before.missed,
     ]);
-    this.arrivals.draw();
-    this.losses.draw();
   }
 
   frame(frame: Frame): void {
     this.returns.add(frame.number, [frame.count === 0 ? 0 : (100 * frame.returns) / frame.count]);
-    this.returns.draw();
   }
 
   /** A new connection: counts may begin anew. */
@@ -147,6 +147,10 @@ export class Plots {
   }
 
   rebuild(): void {
-    for (const plot of [this.turn, this.push, this.arrivals, this.losses, this.returns]) plot.rebuild();
+    for (const plot of this.all()) plot.rebuild();
+  }
+
+  private all(): Plot[] {
+    return [this.turn, this.push, this.arrivals, this.losses, this.returns];
   }
 }

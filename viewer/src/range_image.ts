@@ -9,6 +9,7 @@ export class RangeImage {
   onPick: (index: number) => void = () => {};
 
   private readonly context: CanvasRenderingContext2D;
+  private lines: Uint16Array = new Uint16Array(0); // of the frame that the cells belong to
   private rows = 1;
   private columns = 1;
   private cells = new Int32Array(1); // index of the point by row and column; -1: none
@@ -50,6 +51,9 @@ export class RangeImage {
   }
 
   private arrange(frame: Frame): void {
+    const { lines } = this;
+    if (lines.length === frame.count && frame.line.every((line, i) => line === lines[i])) return; // as the last one
+    this.lines = frame.line;
     const sizes = new Map<number, number>();
     for (const line of frame.line) sizes.set(line, (sizes.get(line) ?? 0) + 1);
     const rows = sizes.size === 0 ? 1 : Math.max(...sizes.keys()) + 1;

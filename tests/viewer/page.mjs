@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: Apache-2.0
+// The page in a real browser, on recordings. Usage: page.mjs ORVA MODULES WORK_FOLDER
+import { readFileSync, writeFileSync } from "node:fs";
+import { join } from "node:path";
+import { browser, expect, Orva, orva, until, work } from "./lib.mjs";
+
+const frame = 2;
+const recording = ["street.pcap", "--model", "TS4B", "--calib", "street.calib"];
+orva("simulate", "street.pcap", "--model", "TS4B", "--frames", "5");
+orva("simulate", "long.pcap", "--model", "NV2", "--frames", "400", "--scene", "room");
+orva("replay", ...recording, "--frames", String(frame), "--format", "csv", "--out", "csv");
+orva("render", ...recording, "--frames", String(frame), "--color", "distance", "--view", "range", "--out", "rendered");
+
+const { context, page, faults, hosts, said, shows } = await browser();
+const look = `#frame=${frame}&theme=dark&colour=distance`;
+let server = new Orva("view", ...recording, "--http-port", "0");
+const address = await server.address();
+
+/** Mean colour, share of coloured pixels and brightness of 16 x 8 blocks of a part of a picture. */
+const statistics = (png, part) =>
+  page.evaluate(
+    async ([data, [left, top, right, bottom]]) => {
+      const image = await createImageBitmap(await new Response(Uint8Array.from(atob(data), (c) => c.charCodeAt(0))).blob());
+      const [width, height] = [image.width - left - right, image.height - top - bottom];
+      const canvas = new OffscreenCanvas(width, height);
+      const drawing = canvas.getContext("2d");
+      drawing.drawImage(image, -left, -top);
+      const { data: pixels } = drawing.getImageData(0, 0, width, height);
+      const mean = [0, 0, 0];
+      const blocks = new Array(128).fill(0);
+      let coloured = 0;
+      for (let i = 0; i < width * height; i++) {
+        const rgb = [...pixels.subarray(i * 4, i * 4 + 3)];
+        if (Math.max(...rgb) - Math.min(...rgb) < 40) continue; // background, grid and text are grey
+        coloured++;
+        rgb.forEach((value, c) => (mean[c] += value));
+        const block = Math.floor(((i % width) * 16) / width) + 16 * Math.floor((Math.floor(i / width) * 8) / height);
+        blocks[block] += rgb[2] - rgb[0]; // near is yellow, far is blue
+      }
+      return { mean: mean.map((sum) => sum / coloured), share: coloured / (width * height), blocks };
+    },
+    [png.toString("base64"), part],
+  );
+
+function correlation(a, b) {
+  const mean = (list) => list.reduce((sum, value) => sum + value, 0) / list.length;
+  const [ma, mb] = [mean(a), mean(b)];
+  const product = (p, q, mp, mq) => p.reduce((sum, value, i) => sum + (value - mp) * (q[i] - mq), 0);
+  return product(a, b, ma, mb) / Math.sqrt(product(a, a, ma, ma) * product(b, b, mb, mb));
+}
+
+async function draws() {
+  await page.goto(address + look);
+  await shows(frame);
+  expect((await said("points")) === "24576", "a whole TS4B frame is shown");
+  // The margins are those of the rendered picture; the page's image has none.
+  const rendered = await statistics(readFileSync(join(work, "rendered/frame_0002_range.png")), [76, 104, 152, 56]);
+  const shown = await statistics(await page.locator("#range-image").screenshot(), [0, 0, 0, 0]);
+  const alike = correlation(rendered.blocks, shown.blocks);
+  console.log(`range image and orva render: correlation ${alike.toFixed(3)}, coloured ${rendered.share.toFixed(2)} and ${shown.share.toFixed(2)}`);
+  expect(alike > 0.9, "the range image looks like the rendered one");
+  expect(Math.abs(rendered.share - shown.share) < 0.1, "as much of it is coloured");
+  const cloud = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
+  const apart = Math.max(...cloud.mean.map((value, c) => Math.abs(value - rendered.mean[c])));
+  console.log(`cloud: ${(cloud.share * 100).toFixed(1)} % coloured, mean colour off by ${apart.toFixed(0)}`);
+  expect(cloud.share > 0.02 && apart < 70, "the cloud is drawn in the same colours");
+  writeFileSync(join(work, "page.png"), await page.screenshot());
+}
+
+async function picks() {
+  const rows = readFileSync(join(work, "csv/frame_0002.csv"), "utf8").trim().split("\n").slice(1);
+  for (const [x, y] of [[520, 420], [560, 330], [470, 360]]) {
+    await page.mouse.click(x, y);
+    const exact = await until(
+      () => page.evaluate(() => {
+        const list = document.getElementById("values");
+        const value = (name) => Number(list.querySelector(`[data-field=${name}]`)?.dataset.exact);
+        return list.dataset.index && { index: Number(list.dataset.index), x: value("x"), y: value("y"), z: value("z"), intensity: value("intensity"), line: value("line") };
+      }),
+      "a picked point",
+    );
+    const same = () => {
+      const [px, py, pz, intensity, line] = rows[exact.index].split(",").map(Number);
+      // The digits of the CSV are those of the float.
+      return [[px, exact.x], [py, exact.y], [pz, exact.z]].every(([a, b]) => Math.fround(a) === b) && intensity === exact.intensity && line === exact.line;
+    };
+    if (!same()) {
+      await page.waitForTimeout(300); // the page's own, rounded values stood there still
+      const again = await page.evaluate(() => ["x", "y", "z"].map((name) => Number(document.querySelector(`#values [data-field=${name}]`).dataset.exact)));
+      [exact.x, exact.y, exact.z] = again;
+    }
+    expect(same(), `point ${exact.index} has the coordinates of the CSV`);
+    expect((await page.url()).includes("pick=") || (await until(() => page.url().includes(`pick=${exact.index}`), "the address")), "the address names it");
+    expect(!(await page.locator("#image-cursor").isHidden()), "the range image marks it");
+    await page.keyboard.press("Escape");
+  }
+  await page.locator("#range-image").hover({ position: { x: 600, y: 100 } });
+  expect((await page.locator(".mark-hovered").count()) === 1, "hovering the range image marks the cloud");
+  await page.keyboard.press("m");
+  await page.locator("#range-image").click({ position: { x: 600, y: 100 } });
+  await page.locator("#range-image").click({ position: { x: 700, y: 110 } });
+  expect(/^\d+\.\d{3} m$/.test(await page.locator(".length").textContent()), "a length is measured");
+  await page.keyboard.press("Escape");
+}
+
+async function worksByKeyboard() {
+  const nameless = await page.evaluate(() =>
+    [...document.querySelectorAll("button, input, select, canvas[role]")]
+      .filter((e) => !(e.ariaLabel || e.getAttribute("aria-label") || e.textContent.trim() || e.labels?.[0]?.textContent.trim()))
+      .map((e) => e.id),
+  );
+  expect(nameless.length === 0, `every control has a name: ${nameless}`);
+  await page.keyboard.press("Home");
+  await shows(0);
+  await page.keyboard.press("ArrowRight");
+  await shows(1);
+  await page.locator("#seek").focus();
+  await page.keyboard.press("ArrowRight");
+  await shows(2);
+  await page.locator("#cloud").focus();
+  await page.keyboard.press("?");
+  expect(await page.locator("#help-dialog").isVisible(), "? lists the keys");
+  await page.keyboard.press("Escape");
+  await page.keyboard.press("3");
+  expect((await page.locator("[data-colour=height]").getAttribute("aria-checked")) === "true", "3 colours by height");
+  for (let i = 0; i < 60 && !(await page.evaluate(() => document.activeElement?.id === "play")); i++) await page.keyboard.press("Tab");
+  await page.keyboard.press("Enter");
+  await until(async () => Number(await said("frame")) !== 2, "playing");
+  await page.keyboard.press("Enter");
+  for (const theme of ["dark", "light"]) {
+    if ((await said("theme")) !== theme) await page.locator("#theme").click();
+    const worst = await page.evaluate(() => {
+      const style = getComputedStyle(document.documentElement);
+      const light = (name) => {
+        const hex = style.getPropertyValue(name).trim().slice(1);
+        const [r, g, b] = [0, 2, 4].map((at) => parseInt(hex.slice(at, at + 2), 16) / 255).map((v) => (v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4));
+        return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+      };
+      const pairs = ["ink", "faded", "warn", "error", "good"].flatMap((text) => ["surface", "raised"].map((on) => [`--${text}`, `--${on}`]));
+      return Math.min(...[...pairs, ["--on-accent", "--accent"]].map((pair) => {
+        const [a, b] = pair.map(light).sort((p, q) => q - p);
+        return (a + 0.05) / (b + 0.05);
+      }));
+    });
+    console.log(`${theme}: least contrast of text ${worst.toFixed(2)}`);
+    expect(worst >= 4.5, `texts stand out in the ${theme} theme`);
+  }
+}
+
+async function keepsItsView() {
+  await page.keyboard.press("b");
+  await until(() => page.url().includes("camera="), "the camera in the address");
+  const link = page.url();
+  const before = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
+  await page.goto("about:blank");
+  await page.goto(link);
+  await until(() => said("frame"), "the frame of the link");
+  const after = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
+  expect(correlation(before.blocks, after.blocks) > 0.99, "a link shows the same view");
+}
+
+async function survivesRestart() {
+  expect(faults.length === 0, `the console is empty: ${faults}`);
+  await server.end();
+  await until(async () => (await said("connection")) === "lost", "the loss being noticed");
+  expect((await page.locator("#notice").textContent()).includes("Reconnecting"), "the page says so");
+  await page.keyboard.press("End");
+  server = new Orva("view", ...recording, "--http-port", new URL(address).port);
+  await server.address();
+  await until(async () => (await said("connection")) === "open", "the connection");
+  await shows(5);
+  expect((await page.locator("#notice").textContent()).includes("empty"), "the last frame is empty, and that is said");
+  await server.end();
+}
+
+async function seeksAtOnce() {
+  server = new Orva("view", "long.pcap", "--model", "NV2", "--http-port", "0");
+  await page.goto(await server.address());
+  await until(() => said("frame"), "the first frame");
+  const times = await page.evaluate(async () => {
+    const seek = document.getElementById("seek");
+    const list = [];
+    for (let i = 0; i < 24; i++) {
+      const wanted = (i * 167 + 53) % 400;
+      const start = performance.now();
+      seek.value = String(wanted);
+      seek.dispatchEvent(new Event("input"));
+      while (document.documentElement.dataset.frame !== String(wanted)) await new Promise((done) => setTimeout(done, 1));
+      await new Promise((done) => requestAnimationFrame(done));
+      list.push(performance.now() - start);
+    }
+    return list.sort((a, b) => a - b);
+  });
+  console.log(`seeking in 400 frames: median ${times[12].toFixed(0)} ms, longest ${times[23].toFixed(0)} ms`);
+  expect(times[12] <= 100, "a frame is there within 100 ms");
+  await server.end();
+}
+
+try {
+  for (const step of [draws, picks, worksByKeyboard, keepsItsView, survivesRestart, seeksAtOnce]) {
+    await step();
+    console.log(`ok ${step.name}`);
+  }
+  const own = new Set([...hosts].map((host) => host.split(":")[0]));
+  expect([...own].join() === "127.0.0.1", `nothing is asked of another host: ${[...hosts]}`);
+} finally {
+  await context.close();
+  await server.end();
+}
