@@ -124,6 +124,7 @@ TEST(ToolCheck, AcceptsWhatTheDriverAccepts) {
   const std::string command = "check " + folder.Path() + " --model ";
   const Outcome good = Orva(command + "TS4B");
   EXPECT_EQ(good.exit_code, 0) << good.text;
+  EXPECT_EQ(good.text.find("Accepted"), 0U) << "the verdict comes first";
   EXPECT_THAT(good.text, HasSubstr("taken for: elevation\n  holds 49152 values, needs 49152\n"));
 
   const Outcome other_model = Orva(command + "TS4A");
@@ -134,7 +135,7 @@ TEST(ToolCheck, AcceptsWhatTheDriverAccepts) {
   folder.Write("weight_old.csv", "label,1,nan,3,4\n");
   const Outcome fifth = Orva(command + "TS6");
   EXPECT_EQ(fifth.exit_code, 1);
-  EXPECT_THAT(fifth.text, HasSubstr("WRONG: 1 values are NaN"));
+  EXPECT_THAT(fifth.text, HasSubstr("WRONG: 1 value is NaN"));
   EXPECT_THAT(fifth.text, HasSubstr("5 usable files, exactly 4 are needed"));
   EXPECT_EQ(Orva("check " + folder.Path() + "/none --model TS4B").exit_code, 1);
 }

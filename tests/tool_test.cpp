@@ -208,8 +208,9 @@ TEST_F(ToolTest, BadInputGetsItsExitCodeAndAReason) {
       {{"replay", street, "--model", "TS4B", "--port", "9"}, 1, "UDP port 9"},
       {{"replay", street, "--model", "TS4B", "--frames", "7"}, 1, "frames 0 to 1"},
       {{"replay", street, "--model", "NV2"}, 1, "not of the model NV2"},
-      {{"replay", street, "--model", "TS4B", "--calib", Path("none")}, 1, "no calibration folder"},
-      {{"replay", street, "--model", "TS4B", "--calib", Path("bare")}, 0, "uncalibrated"},
+      {{"replay", street, "--model", "TS4B", "--calib", Path("none")}, 1, "calibration folder"},
+      {{"replay", street, "--model", "TS4B", "--calib", Path("bare")}, 1, "no file has 'weight'"},
+      {{"replay", street, "--model", "TS4B", "--calib", Path("bare"), "--uncalibrated"}, 0, "uncalibrated"},
   };
   for (const auto& bad : cases) {
     ToolProcess tool(bad.arguments);

@@ -5,6 +5,7 @@
 
 #include "commands/commands.h"
 #include "orva_driver.h"
+#include "shared/driver_log.h"
 #include "shared/failure.h"
 #include "shared/manual.h"
 #include "shared/terminal.h"
@@ -16,7 +17,8 @@ constexpr int kWrongUsage = 2;
 
 constexpr const char* kFooter =
     "Results go to files, the tool's own words to standard error; the reports of info\n"
-    "and check, and what the driver library says, go to standard output.\n"
+    "and check go to standard output. What the driver library says goes to a file\n"
+    "with --driver-log, and is told with --verbose or when something fails.\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
 
 int End(const std::string& text, int exit_code) {
@@ -27,6 +29,7 @@ int End(const std::string& text, int exit_code) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  orva::CatchDriverLines();
   CLI::App app("ORVA: record, replay and look at the point clouds of a LiDAR sensor.", "orva");
   app.set_version_flag("--version", "orva " ORVA_DRIVER_VERSION_STRING);
   app.footer(kFooter);
@@ -34,6 +37,9 @@ int main(int argc, char** argv) {
 #define ORVA_ADD(Name) orva::Add##Name(app);
   ORVA_COMMANDS(ORVA_ADD)
 #undef ORVA_ADD
+  for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+    orva::AddVerbosityOptions(*command);
+  }
 
   try {
     if (orva::WroteDocuments(app, argc, argv)) {
@@ -58,7 +64,8 @@ int main(int argc, char** argv) {
   } catch (const orva::WrongUsage& error) {
     return End(error.what(), kWrongUsage);
   } catch (const std::exception& error) {
-    return End(error.what(), kFailed);
+    const std::string said = orva::DriverComplaints();
+    return End(error.what() + (said.empty() ? "" : "\nThe driver said:\n" + said), kFailed);
   }
   return 0;
 }

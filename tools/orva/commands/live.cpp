@@ -12,14 +12,16 @@
 #include "formats/frame_export.h"
 #include "formats/imu_file.h"
 #include "formats/output_file.h"
-#include "sessions/calibration_check.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/live_session.h"
+#include "sessions/other_listeners.h"
 #include "sessions/packet_losses.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
 #include "shared/terminal.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -35,6 +37,7 @@ constexpr const char* kExamples =
 
 struct LiveOptions {
   DriverParam param = OpenParam(ONLINE);
+  bool uncalibrated = false;  ///< wanted
   ExportOptions files;
   std::string imu;
   double seconds = 0.0;
@@ -47,7 +50,7 @@ std::string CalibrationText(const DriverParam& param, const DriverStatistics& st
   }
   switch (statistics.calibration) {
     case CALIBRATION_NONE:
-      return "none";
+      return "none, uncalibrated";
     case CALIBRATION_FROM_FOLDER:
       return "from the folder";
     case CALIBRATION_DOWNLOADING:
@@ -89,6 +92,9 @@ class StatusLine {
       line += text.data();
     }
     line += "  calibration: " + CalibrationText(param_, statistics);
+    if (const std::string frames = counts.judged.Text(); !frames.empty()) {
+      line += "  " + frames;
+    }
     const std::string losses = LossText(statistics);
     if (!losses.empty()) {
       line += "  " + losses;
@@ -101,6 +107,17 @@ class StatusLine {
     last_ = now;
   }
 
+  /// Tells of a sensor that falls silent, and of one that is back.
+  void LookForSilence(std::uint64_t received) {
+    const Clock::time_point now = Clock::now();
+    if (const std::string news = silence_.Look(received, now); !news.empty()) {
+      std::array<char, 32> time;
+      std::snprintf(time.data(), time.size(), "%4.0f s ", Elapsed(now));
+      Warn(time.data() + news);
+    }
+  }
+  std::string Silence() const { return silence_.Text(Clock::now()); }
+
   double Elapsed(Clock::time_point now) const { return std::chrono::duration<double>(now - start_).count(); }
 
  private:
@@ -108,9 +125,30 @@ class StatusLine {
   Clock::time_point start_ = Clock::now();
   Clock::time_point last_ = start_;
   LiveCounts before_;
+  SilenceWatch silence_;
 };
 
-void Conclude(const LiveOptions& options, const LiveCounts& counts, const DriverStatistics& statistics) {
+/// The frames before the calibration that --sensor asked for.
+void TellUncalibrated(const LiveOptions& options, const LiveCounts& counts) {
+  if (counts.uncalibrated == 0 || options.files.folder.empty()) {
+    return;
+  }
+  const std::string frames = Counted(counts.uncalibrated, "frame", "frames");
+  if (options.uncalibrated) {
+    Warn("the first " + frames + " came before the calibration and are stored uncalibrated.");
+  } else if (counts.uncalibrated < counts.frames) {
+    Say("The first " + frames +
+        " came before the calibration and were held back; --uncalibrated stores them.");
+  } else {
+    throw Failure(
+        "no frame is stored: the calibration did not come whole from " +
+        options.param.calibration_param.lidar_ip + ", and " + frames +
+        " were held back. Check --sensor and --command-port; --uncalibrated stores frames without.");
+  }
+}
+
+void Conclude(const LiveOptions& options, const LiveCounts& counts, const DriverStatistics& statistics,
+              const std::string& silence) {
   const ModelTraits& model = TraitsOf(options.param.lidar_type);
   RequireArrivals(options.param, statistics);
   if (statistics.decoded == 0 && statistics.refused_length + statistics.refused_identifier > 0) {
@@ -119,29 +157,52 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
                   "). Check --model and --port.");
   }
   if (!model.has_points) {
-    Say(std::string("The driver decodes no points of a ") + model.name + ", so a live one gives no frame.");
+    Say("The driver decodes no points of " + OneOf(options.param.lidar_type) +
+        ", so a live one gives no frame.");
     return;
   }
   Say(std::to_string(counts.frames) + " frames, " + std::to_string(counts.points) + " points, " +
       std::to_string(counts.imu_samples) + " IMU samples from " + std::to_string(statistics.received) +
       " packets; calibration: " + CalibrationText(options.param, statistics));
+  const std::string frames = counts.judged.Text();
   const std::string losses = LossText(statistics);
-  Say(losses.empty() ? "No packet was lost on this machine." : losses);
+  if (!frames.empty()) {
+    Warn(frames + ".");
+  }
+  if (!silence.empty()) {
+    Warn(silence + ".");
+  }
+  if (!losses.empty()) {
+    Warn(losses + ".");
+  } else if (!frames.empty()) {
+    Say("No packet was lost on this machine: what is missing did not reach it.");
+  } else if (counts.frames > 1 && silence.empty()) {
+    Say("Every frame is complete; no packet was lost on this machine.");
+  } else {
+    Say("No packet was lost on this machine.");
+  }
+  TellUncalibrated(options, counts);
+}
+
+/// Frames towards --frames: without those that are held back.
+std::uint64_t FramesThatCount(const LiveOptions& options, const LiveCounts& counts) {
+  return options.uncalibrated ? counts.frames : counts.frames - counts.uncalibrated;
 }
 
 void Live(const LiveOptions& options) {
   FrameExport files(options.files, options.param);
   std::optional<ImuFile> imu;
-  if (!options.param.calib_from_lidar) {
-    CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
-  }
+  const bool uncalibrated = CheckCalibration(options.param, options.uncalibrated);
   files.Open();
   if (!options.imu.empty()) {
     imu.emplace(options.imu, options.files.existing);
   }
   CatchInterrupts();
 
-  LiveSession session(options.param, files.wanted(), files.takes_imu() || imu.has_value());
+  WarnOfOtherListeners(options.param.input_param);
+  LiveSession session(options.param, {.clouds = files.wanted(),
+                                      .imu = files.takes_imu() || imu.has_value(),
+                                      .uncalibrated = options.uncalibrated});
   Say("listening on UDP port " + std::to_string(options.param.input_param.msop_port) + "; Ctrl-C ends");
   StatusLine status(options.param);
   int stored = 0;
@@ -149,14 +210,15 @@ void Live(const LiveOptions& options) {
   while (!over) {
     // Looked at before the queue is taken: what has arrived by then is stored still.
     over = Interrupted() || (options.seconds > 0.0 && status.Elapsed(Clock::now()) >= options.seconds) ||
-           (options.frames > 0 && session.Counts().frames >= options.frames);
+           (options.frames > 0 && FramesThatCount(options, session.Counts()) >= options.frames);
     const LiveSession::Arrivals arrivals = session.Take(std::chrono::milliseconds(over ? 0 : 50));
-    for (const auto& [cloud, first_packet, last_packet] : arrivals.clouds) {
+    for (const auto& [cloud, first_packet, last_packet, early] : arrivals.clouds) {
       if (options.frames == 0 || static_cast<std::uint64_t>(stored) < options.frames) {
         files.Write(*cloud, {.model = options.param.lidar_type,
                              .number = stored++,
                              .first_packet = first_packet,
-                             .last_packet = last_packet});
+                             .last_packet = last_packet,
+                             .uncalibrated = uncalibrated || early});
       }
     }
     for (const auto& [sample, received] : arrivals.imu_samples) {
@@ -165,7 +227,9 @@ void Live(const LiveOptions& options) {
         imu->Write(*sample);
       }
     }
-    files.WriteStatus(session.Statistics(), SecondsSinceEpoch());
+    const DriverStatistics now = session.Statistics();
+    files.WriteStatus(now, SecondsSinceEpoch());
+    status.LookForSilence(now.received);
     status.PrintIfDue(session);
   }
   if (imu) {
@@ -177,7 +241,7 @@ void Live(const LiveOptions& options) {
     Say(files.Summary());
   }
   const DriverStatistics statistics = session.Stop();
-  Conclude(options, session.Counts(), statistics);
+  Conclude(options, session.Counts(), statistics, status.Silence());
 }
 
 void AddSourceOptions(CLI::App& command, DriverParam& param) {
@@ -202,6 +266,7 @@ void AddLive(CLI::App& app) {
   AddExportOptions(*command, options->files);
   command->add_option("--imu", options->imu, "File for the IMU samples (CSV; TS6 and NV2)")
       ->type_name("FILE");
+  AddUncalibratedOption(*command, options->uncalibrated);
   AddDecoderOptions(*command, options->param.decoder_param);
   command->footer(kExamples);
   command->callback([options] { Live(*options); });

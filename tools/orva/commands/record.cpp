@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -23,6 +21,7 @@
 #include "commands/commands.h"
 #include "formats/output_file.h"
 #include "sessions/driver_options.h"
+#include "sessions/other_listeners.h"
 #include "sessions/packet_losses.h"
 #include "shared/cloud.h"
 #include "shared/failure.h"
@@ -200,14 +199,7 @@ void Record(RecordOptions& options) {
     throw WrongUsage("--keep needs --rotate-size or --rotate-time");
   }
   if (!checked) {
-    // Any model will do to listen, and what the driver then prints about each packet means nothing.
-    options.param.lidar_type = KR7;
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere >= 0) {
-      dup2(nowhere, STDOUT_FILENO);
-      close(nowhere);
-    }
+    options.param.lidar_type = KR7;  // any model will do to listen
   }
   const auto parent = std::filesystem::path(options.file).parent_path();
   if (!parent.empty()) {
@@ -215,6 +207,7 @@ void Record(RecordOptions& options) {
   }
   RecordFiles files(options.file, options.limits, CaptureOf(options.param.input_param));
   CatchInterrupts();
+  WarnOfOtherListeners(options.param.input_param);
   Tap tap(options.param);
   Say("recording UDP port " + std::to_string(options.param.input_param.msop_port) + " to " + files.latest() +
       "; Ctrl-C ends");

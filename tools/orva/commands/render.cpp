@@ -11,7 +11,7 @@
 #include "formats/output_file.h"
 #include "formats/pcd_reader.h"
 #include "picture/pictures.h"
-#include "sessions/calibration_check.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"
 #include "sessions/recording.h"
@@ -37,6 +37,7 @@ constexpr const char* kExamples =
 
 struct RenderOptions {
   DriverParam param = OpenParam(PCAP);
+  bool uncalibrated = false;  ///< wanted
   std::string frames = "0";
   std::string out = ".";
   std::string view = "both";
@@ -74,20 +75,22 @@ void Draw(const RenderOptions& options, const Cloud& cloud, const std::string& n
 void RenderRecording(const RenderOptions& options) {
   const ModelTraits& model = TraitsOf(options.param.lidar_type);
   if (!model.has_points) {
-    throw Failure(std::string("the driver decodes no points of a ") + model.name +
+    throw Failure("the driver decodes no points of " + OneOf(options.param.lidar_type) +
                   ": there is nothing to draw.");
   }
   CheckFrameList(options.frames);
   CatchInterrupts();
+  const bool uncalibrated = CheckCalibration(options.param, options.uncalibrated);
   ReplaySession session(options.param);
-  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   const std::vector<int> frames = IndexWithProgress(session, options.frames);
   MakeFolder(options.out);
   RecordingSummary summary(options.param.lidar_type);
   session.Play(frames, [&](int frame, int part, const Cloud& cloud) {
     summary.Add(frame, cloud);
     if (part == 0 && !cloud.points.empty()) {
-      Draw(options, cloud, FrameName(frame), std::string(model.name) + ", frame " + std::to_string(frame));
+      Draw(options, cloud, FrameName(frame),
+           std::string(model.name) + (uncalibrated ? ", uncalibrated" : "") + ", frame " +
+               std::to_string(frame));
     }
   });
   if (Interrupted()) {
@@ -99,9 +102,10 @@ void RenderRecording(const RenderOptions& options) {
 void Render(const RenderOptions& options) {
   const fs::path source = options.param.input_param.pcap_path;
   if (source.extension() == ".pcd") {
-    const Cloud cloud = ReadPcd(source);
+    const PcdFile file = ReadPcd(source);
     MakeFolder(options.out);
-    Draw(options, cloud, source.stem().string(), source.stem().string());
+    const std::string name = source.stem().string();
+    Draw(options, file.cloud, name, name + (file.uncalibrated ? ", uncalibrated" : ""));
   } else if (options.param.lidar_type == 0) {
     throw WrongUsage("which sensor made this recording? Say it with --model, as in --model TS4B");
   } else {
@@ -114,7 +118,7 @@ void Render(const RenderOptions& options) {
 void AddRender(CLI::App& app) {
   CLI::App* command = app.add_subcommand("render", "Draw frames of a recording, or a PCD file, as PNG");
   const auto options = std::make_shared<RenderOptions>();
-  AddReplayOptions(*command, options->param);
+  AddReplayOptions(*command, options->param, options->uncalibrated);
   command->get_option("FILE")->description("A pcap or pcapng file, or a PCD file by orva");
   AddFrameListOption(*command, options->frames);
   command->add_option("--out", options->out, "Folder for the pictures")

@@ -6,7 +6,7 @@
 
 #include "commands/commands.h"
 #include "formats/frame_export.h"
-#include "sessions/calibration_check.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"
 #include "sessions/recording.h"
@@ -37,6 +37,7 @@ constexpr const char* kExamples =
 struct ReplayOptions {
   DriverParam param = OpenParam(PCAP);
   std::string frames = "all";
+  bool uncalibrated = false;  ///< wanted
   ExportOptions files;
 };
 
@@ -45,8 +46,8 @@ void Replay(const ReplayOptions& options) {
   CheckFrameList(options.frames);
   CatchInterrupts();
 
+  const bool uncalibrated = CheckCalibration(options.param, options.uncalibrated);
   ReplaySession session(options.param);
-  CheckCalibration(options.param.lidar_type, options.param.calibration_param.calib_folder);
   const std::vector<int> frames = IndexWithProgress(session, options.frames);
   files.Open(frames);
 
@@ -63,7 +64,8 @@ void Replay(const ReplayOptions& options) {
                           .number = frame,
                           .part = part,
                           .first_packet = origin.first_packet,
-                          .last_packet = origin.last_packet});
+                          .last_packet = origin.last_packet,
+                          .uncalibrated = uncalibrated});
       files.WriteStatus(origin.statistics, origin.last_packet);
       summary.Add(frame, cloud);
       progress.Line(FrameTableRow(frame, part, cloud));
@@ -77,7 +79,7 @@ void Replay(const ReplayOptions& options) {
   summary.Tell(session);
   files.Commit();
   if (files.files() > 0) {
-    Say(files.Summary());
+    Say(files.Summary() + (uncalibrated ? ", uncalibrated" : ""));
   }
 }
 
@@ -86,7 +88,7 @@ void Replay(const ReplayOptions& options) {
 void AddReplay(CLI::App& app) {
   CLI::App* command = app.add_subcommand("replay", "Turn a recording into point cloud files");
   const auto options = std::make_shared<ReplayOptions>();
-  AddReplayOptions(*command, options->param);
+  AddReplayOptions(*command, options->param, options->uncalibrated);
   command->get_option("--model")->required();
   AddFrameListOption(*command, options->frames);
   AddExportOptions(*command, options->files);

@@ -14,6 +14,7 @@
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/words.h"
 #include "sim/calibration_server.h"
 #include "sim/capture_writer.h"
 #include "sim/live_sensor.h"
@@ -35,14 +36,6 @@ struct SimulateOptions {
   sim::StreamFaults stream_faults;
   sim::ReplyFaults reply_faults;
 };
-
-std::string Quoted(const std::string& word) {
-  constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+./,:@%=";
-  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) return word;
-  std::string quoted = "'";
-  for (const char c : word) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-  return quoted + '\'';
-}
 
 void Record(const SimulateOptions& options) {
   sim::Sensor sensor(options.sensor);
@@ -77,9 +70,9 @@ void Record(const SimulateOptions& options) {
   } else {
     std::fprintf(stderr, "  calibration  %s\n", folder.c_str());
   }
-  std::string command = "orva replay " + Quoted(options.file) + " --model " + model.name + " --port " +
+  std::string command = "orva replay " + ShellWord(options.file) + " --model " + model.name + " --port " +
                         std::to_string(options.capture.destination_port);
-  if (!folder.empty()) command += " --calib " + Quoted(folder);
+  if (!folder.empty()) command += " --calib " + ShellWord(folder);
   std::fprintf(stderr, "Next: %s\n", command.c_str());
 }
 

@@ -6,7 +6,7 @@
 
 #include "commands/commands.h"
 #include "feeds/show.h"
-#include "sessions/calibration_check.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
@@ -27,6 +27,7 @@ constexpr const char* kExamples =
 struct ViewOptions {
   DriverParam param = OpenParam(PCAP);
   bool live = false;
+  bool uncalibrated = false;  ///< wanted
   ShowOptions show;
 };
 
@@ -40,9 +41,7 @@ void View(ViewOptions options) {
     throw WrongUsage("a live sensor needs --port, the UDP port of its data.");
   }
   param.input_type = live ? ONLINE : PCAP;
-  if (!param.calib_from_lidar) {
-    CheckCalibration(param.lidar_type, param.calibration_param.calib_folder);
-  }
+  CheckCalibration(param, options.uncalibrated);
   CatchInterrupts();
   Show(param, options.show);
 }
@@ -53,7 +52,7 @@ void AddView(CLI::App& app) {
   CLI::App* command =
       app.add_subcommand("view", "Show a recording or a live sensor on a page in the browser");
   const auto options = std::make_shared<ViewOptions>();
-  AddReplayOptions(*command, options->param);
+  AddReplayOptions(*command, options->param, options->uncalibrated);
   command->get_option("FILE")->required(false);
   command->get_option("--model")->required();
   command->add_flag("--live", options->live, "A live sensor, instead of a recording");

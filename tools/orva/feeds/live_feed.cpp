@@ -20,7 +20,9 @@ constexpr std::size_t kMostImuSamples = 1024;  ///< some seconds
 }  // namespace
 
 LiveFeed::LiveFeed(const DriverParam& param, std::function<void()> ready)
-    : param_(param), ready_(std::move(ready)), session_(param, true, true) {
+    : param_(param),
+      ready_(std::move(ready)),
+      session_(param, {.clouds = true, .imu = true, .uncalibrated = true}) {
   const ModelTraits& model = TraitsOf(param.lidar_type);
   subject_.live = true;
   subject_.title = "UDP port " + std::to_string(param.input_param.msop_port);
@@ -66,11 +68,11 @@ void LiveFeed::TakeClouds(const LiveSession::Arrivals& arrivals) {
   if (watching_ == 0) {
     return;
   }
-  const auto& [cloud, first_packet, last_packet] = arrivals.clouds.back();
+  const LiveSession::Frame& last = arrivals.clouds.back();
   auto frame = std::make_shared<view::Frame>();
-  const double time = cloud->timestamp > 0.0 ? cloud->timestamp : first_packet;
-  *frame = {arrived_, first_packet, cloud,
-            std::make_shared<const view::Bytes>(view::EncodePageFrame(*cloud, arrived_, time))};
+  const double time = last.cloud->timestamp > 0.0 ? last.cloud->timestamp : last.first_packet;
+  *frame = {arrived_, last.first_packet, last.cloud,
+            std::make_shared<const view::Bytes>(view::EncodePageFrame(*last.cloud, arrived_, time))};
   const std::lock_guard lock(mutex_);
   newest_ = std::move(frame);
 }

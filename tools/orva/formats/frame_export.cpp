@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "shared/failure.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -150,7 +151,7 @@ std::string FrameExport::Summary() const {
   if (!streams_.empty() && StreamPath(*streams_.front().format) == fs::path(options_.folder)) {
     return "the frames are in " + options_.folder;
   }
-  return (files_ == 1 ? "1 file is in " : std::to_string(files_) + " files are in ") + options_.folder;
+  return Counted(files_, "file is", "files are") + " in " + options_.folder;
 }
 
 std::string FrameName(int frame) {

@@ -2,6 +2,7 @@
 #ifndef ORVA_TOOLS_FORMATS_FRAME_EXPORT_H_
 #define ORVA_TOOLS_FORMATS_FRAME_EXPORT_H_
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <span>
@@ -51,7 +52,7 @@ class FrameExport {
   /// Completes the files that hold all frames.
   void Commit();
 
-  int files() const { return files_; }
+  std::uint64_t files() const { return files_; }
   /// What was written, for the person: "20 files are in clouds/".
   std::string Summary() const;
 
@@ -67,7 +68,7 @@ class FrameExport {
   DriverParam param_;
   std::vector<const CloudFormat*> frame_formats_;
   std::vector<Stream> streams_;
-  int files_ = 0;
+  std::uint64_t files_ = 0;
 };
 
 /// "frame_0007".

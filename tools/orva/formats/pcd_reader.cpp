@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "formats/pcd_reader.h"
@@ -24,6 +25,7 @@ struct Header {
   std::map<std::string, Field> fields;
   std::size_t record_size = 0;
   std::size_t points = 0;
+  bool uncalibrated = false;
 };
 
 constexpr std::size_t kMostBytes = 8;  ///< of a number
@@ -50,6 +52,7 @@ Header ReadHeader(std::istream& file, const std::filesystem::path& path) {
     std::string key;
     line >> key;
     entries[key] = Words(line);
+    header.uncalibrated = header.uncalibrated || text == "# uncalibrated";
     if (key == "DATA") {
       break;
     }
@@ -91,7 +94,7 @@ Number Take(const char* record, const Header& header, const std::string& name, c
 
 }  // namespace
 
-Cloud ReadPcd(const std::filesystem::path& path) {
+PcdFile ReadPcd(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
     Refuse(path, "there is no such file, or no permission");
@@ -120,7 +123,7 @@ Cloud ReadPcd(const std::filesystem::path& path) {
     point.timestamp = Take<double>(record.data(), header, "timestamp", 'F');
     cloud.points.push_back(point);
   }
-  return cloud;
+  return {std::move(cloud), header.uncalibrated};
 }
 
 }  // namespace orva

@@ -8,9 +8,14 @@
 
 namespace orva {
 
+struct PcdFile {
+  Cloud cloud;
+  bool uncalibrated = false;  ///< the file says so of its points
+};
+
 /// Reads what the pcd format writes; other uncompressed binary PCD files with these fields pass too. Throws
 /// Failure.
-Cloud ReadPcd(const std::filesystem::path& path);
+PcdFile ReadPcd(const std::filesystem::path& path);
 
 }  // namespace orva
 

@@ -7,24 +7,26 @@
 namespace orva {
 namespace {
 
-void Write(const Cloud& cloud, const FrameInfo&, OutputFile& file) {
+constexpr const char* kUncalibratedLine = "# uncalibrated\n";  // ReadPcd looks for it
+
+void Write(const Cloud& cloud, const FrameInfo& info, OutputFile& file) {
   const std::string count = std::to_string(cloud.points.size());
-  file.Write(
-      "# .PCD v0.7 - Point Cloud Data file format\n"
-      "VERSION 0.7\n"
-      "FIELDS x y z intensity label timestamp\n"
-      "SIZE 4 4 4 4 4 8\n"
-      "TYPE F F F F U F\n"
-      "COUNT 1 1 1 1 1 1\n"
-      "WIDTH " +
-      count +
-      "\n"
-      "HEIGHT 1\n"
-      "VIEWPOINT 0 0 0 1 0 0 0\n"
-      "POINTS " +
-      count +
-      "\n"
-      "DATA binary\n");
+  file.Write(std::string("# .PCD v0.7 - Point Cloud Data file format\n") +
+             (info.uncalibrated ? kUncalibratedLine : "") +
+             "VERSION 0.7\n"
+             "FIELDS x y z intensity label timestamp\n"
+             "SIZE 4 4 4 4 4 8\n"
+             "TYPE F F F F U F\n"
+             "COUNT 1 1 1 1 1 1\n"
+             "WIDTH " +
+             count +
+             "\n"
+             "HEIGHT 1\n"
+             "VIEWPOINT 0 0 0 1 0 0 0\n"
+             "POINTS " +
+             count +
+             "\n"
+             "DATA binary\n");
   const auto bytes = PackPoints(cloud);
   file.Write(bytes.data(), bytes.size());
 }

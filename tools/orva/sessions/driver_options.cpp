@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "shared/driver_log.h"
 #include "shared/models.h"
 
 namespace orva {
@@ -70,6 +71,7 @@ void AddListenOptions(CLI::App& command, InputParam& param) {
   command.add_option("--host", param.host_ip, "Local address to listen on; without it: all")
       ->check(CLI::ValidIPV4)
       ->type_name("IP");
+  AddDriverLogOption(command);
 }
 
 void AddDurationOption(CLI::App& command, double& seconds) {
@@ -102,7 +104,11 @@ void AddSensorOptions(CLI::App& command, DriverParam& param) {
       ->type_name("N");
 }
 
-void AddReplayOptions(CLI::App& command, DriverParam& param) {
+void AddUncalibratedOption(CLI::App& command, bool& uncalibrated) {
+  command.add_flag("--uncalibrated", uncalibrated, "Go on where there is no usable calibration");
+}
+
+void AddReplayOptions(CLI::App& command, DriverParam& param, bool& uncalibrated) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);
   command
@@ -113,7 +119,9 @@ void AddReplayOptions(CLI::App& command, DriverParam& param) {
       .add_option("--calib", param.calibration_param.calib_folder,
                   "Folder of calibration files, for TS4B and TS6")
       ->type_name("FOLDER");
+  AddUncalibratedOption(command, uncalibrated);
   AddDecoderOptions(command, param.decoder_param);
+  AddDriverLogOption(command);
 }
 
 }  // namespace orva

@@ -16,7 +16,7 @@ DriverParam OpenParam(InputType input_type);
 /// Adds --distance, --azimuth, --elevation and --mount. `param` must outlive the parsing.
 void AddDecoderOptions(CLI::App& command, DecoderParam& param);
 
-/// Adds --port and --host: where a live sensor's packets arrive.
+/// Adds --port, --host and --driver-log: where a live sensor's packets arrive.
 void AddListenOptions(CLI::App& command, InputParam& param);
 
 /// Adds --duration, for commands that listen until they are told to end.
@@ -25,8 +25,12 @@ void AddDurationOption(CLI::App& command, double& seconds);
 /// Adds --sensor and what goes with it: the calibration is downloaded. After --calib, which it excludes.
 void AddSensorOptions(CLI::App& command, DriverParam& param);
 
-/// Adds what every command that opens a recording takes: FILE, --model, --port, --calib and the above.
-void AddReplayOptions(CLI::App& command, DriverParam& param);
+/// Adds --uncalibrated: points without calibration are wanted where there is none.
+void AddUncalibratedOption(CLI::App& command, bool& uncalibrated);
+
+/// Adds what every command that opens a recording takes: FILE, --model, --port, --calib, --driver-log and the
+/// above.
+void AddReplayOptions(CLI::App& command, DriverParam& param, bool& uncalibrated);
 
 }  // namespace orva
 

@@ -7,6 +7,7 @@
 
 #include "sessions/packet_losses.h"
 #include "shared/failure.h"
+#include "shared/models.h"
 
 namespace orva {
 namespace {
@@ -16,8 +17,10 @@ constexpr std::size_t kMostImuSamples = 100'000;
 
 }  // namespace
 
-LiveSession::LiveSession(const DriverParam& param, bool keep_clouds, bool keep_imu)
-    : keep_clouds_(keep_clouds), keep_imu_(keep_imu) {
+LiveSession::LiveSession(const DriverParam& param, const Keep& keep)
+    : keep_(keep),
+      waits_for_calibration_(param.calib_from_lidar && TraitsOf(param.lidar_type).uses_calibration) {
+  counts_.judged = FrameCounts(param.lidar_type);
   driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { PutCloud(std::move(cloud)); },
                                      [] { return std::make_shared<Cloud>(); });
   driver_.RegisterImuCallBack([this](std::shared_ptr<ImuMsg> sample) { PutImu(std::move(sample)); },
@@ -64,12 +67,19 @@ void LiveSession::TakePacket(double received) {
 
 void LiveSession::PutCloud(std::shared_ptr<Cloud> cloud) {
   Frame frame = std::exchange(coming_, {});
+  // Calibration that came in the middle of a frame serves from the next one on.
+  frame.uncalibrated = waits_for_calibration_;
+  waits_for_calibration_ = waits_for_calibration_ && Statistics().calibration != CALIBRATION_FROM_SENSOR;
   const std::lock_guard lock(mutex_);
   ++counts_.frames;
   counts_.points += cloud->points.size();
-  if (keep_clouds_ && arrivals_.clouds.size() >= kMostClouds) {
+  counts_.judged.Add(cloud->points.size());
+  counts_.uncalibrated += frame.uncalibrated;
+  if (!keep_.clouds || (frame.uncalibrated && !keep_.uncalibrated)) {
+    // counted
+  } else if (arrivals_.clouds.size() >= kMostClouds) {
     ++counts_.missed;
-  } else if (keep_clouds_) {
+  } else {
     frame.cloud = std::move(cloud);
     arrivals_.clouds.push_back(std::move(frame));
   }
@@ -79,9 +89,9 @@ void LiveSession::PutCloud(std::shared_ptr<Cloud> cloud) {
 void LiveSession::PutImu(std::shared_ptr<ImuMsg> sample) {
   const std::lock_guard lock(mutex_);
   ++counts_.imu_samples;
-  if (keep_imu_ && arrivals_.imu_samples.size() >= kMostImuSamples) {
+  if (keep_.imu && arrivals_.imu_samples.size() >= kMostImuSamples) {
     ++counts_.missed;
-  } else if (keep_imu_) {
+  } else if (keep_.imu) {
     arrivals_.imu_samples.push_back({std::move(sample), coming_.last_packet});
     arrived_.notify_one();
   }

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <vector>
 
+#include "sessions/frame_watch.h"
 #include "shared/cloud.h"
 
 namespace orva {
@@ -19,15 +20,22 @@ struct LiveCounts {
   std::uint64_t frames = 0;
   std::uint64_t points = 0;
   std::uint64_t imu_samples = 0;
-  std::uint64_t missed = 0;  ///< frames and IMU samples that came faster than they were taken
+  FrameCounts judged;
+  std::uint64_t uncalibrated = 0;  ///< frames before the calibration that was asked of the sensor
+  std::uint64_t missed = 0;        ///< frames and IMU samples that came faster than they were taken
 };
 
 /// A driver on a live sensor. Its callbacks only count and queue, so that a slow disk never holds up the
 /// driver; what does not fit the queue is counted as missed.
 class LiveSession {
  public:
-  /// With `keep_clouds` or `keep_imu` false these are counted, and not queued. Throws Failure.
-  LiveSession(const DriverParam& param, bool keep_clouds, bool keep_imu);
+  struct Keep {
+    bool clouds = false;        ///< else they are counted, and not queued
+    bool imu = false;           ///< likewise
+    bool uncalibrated = false;  ///< clouds also that came before the calibration from the sensor
+  };
+  /// Throws Failure.
+  LiveSession(const DriverParam& param, const Keep& keep);
   LiveSession(const LiveSession&) = delete;
   LiveSession& operator=(const LiveSession&) = delete;
 
@@ -36,6 +44,7 @@ class LiveSession {
     std::shared_ptr<Cloud> cloud;
     double first_packet = 0.0;
     double last_packet = 0.0;
+    bool uncalibrated = false;  ///< the calibration from the sensor was not in use yet
   };
   struct ImuSample {
     std::shared_ptr<ImuMsg> sample;
@@ -57,14 +66,14 @@ class LiveSession {
   void PutImu(std::shared_ptr<ImuMsg> sample);
   void TakePacket(double received);
 
-  bool keep_clouds_;
-  bool keep_imu_;
+  Keep keep_;
   std::mutex mutex_;
   std::condition_variable arrived_;
   Arrivals arrivals_;
   LiveCounts counts_;
-  Frame coming_;              ///< times of the frame that is being decoded; the decoding thread's own
-  OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
+  bool waits_for_calibration_;  ///< it was not in use as the frame began; the decoding thread's own
+  Frame coming_;                ///< times of the frame that is being decoded; the decoding thread's own
+  OrvaDriver<Cloud> driver_;    ///< last, so that its threads end before what they use goes
 };
 
 }  // namespace orva

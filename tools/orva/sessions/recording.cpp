@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sessions/recording.h"
 
+#include <cstdint>
+
 #include "sessions/frame_selection.h"
 #include "shared/failure.h"
 #include "shared/models.h"
 #include "shared/terminal.h"
+#include "shared/words.h"
 
 namespace orva {
 
@@ -15,7 +18,7 @@ std::vector<int> IndexWithProgress(ReplaySession& session, const std::string& li
     int turns = 0;
     count = session.Index([&] { progress.Step(++turns / 50); });
   }
-  Say("the recording holds " + std::to_string(count) + (count == 1 ? " frame" : " frames"));
+  Say("the recording holds " + Counted(static_cast<std::uint64_t>(count), "frame", "frames"));
   return SelectFrames(list, count);
 }
 
@@ -32,8 +35,9 @@ void RecordingSummary::Add(int frame, const Cloud& cloud) {
 void RecordingSummary::Tell(const ReplaySession& session) const {
   const ModelTraits& model = TraitsOf(model_);
   const std::string name = model.name;
+  const std::string one = OneOf(model_);
   if (!model.has_points) {
-    Say("The driver decodes no points of a " + name +
+    Say("The driver decodes no points of " + one +
         ": each frame is one empty cloud, and no file is written.");
     return;
   }
@@ -60,7 +64,7 @@ void RecordingSummary::Tell(const ReplaySession& session) const {
     return;
   }
   if (!model.measures) {
-    Say("The driver decodes no distances of a " + name + ": every point is the origin.");
+    Say("The driver decodes no distances of " + one + ": every point is the origin.");
   } else if (valid_ == 0) {
     Warn("every point is the origin: nothing lies inside --distance, --azimuth and --elevation.");
   }

@@ -10,16 +10,16 @@
 namespace orva {
 namespace {
 
-//                                            points measures calibration temperatures imu
+//                                            points measures calibration temperatures imu points a frame
 constexpr std::array<ModelTraits, 6> kModels = {{
-    {TS4B, "TS4B", true, true, true, true, false},
-    {TS6, "TS6", true, true, true, true, true},
-    {NV2, "NV2", true, true, false, false, true},
-    {TS4A, "TS4A", true, false, false, false, false},
-    {KR7, "KR7", false, false, false, false, false},
-    {TS4, "TS4", false, false, false, false, false},
+    {TS4B, "TS4B", true, true, true, true, false, 192 * 128},
+    {TS6, "TS6", true, true, true, true, true, 192 * 128},
+    {NV2, "NV2", true, true, false, false, true, 56 * 192},
+    {TS4A, "TS4A", true, false, false, false, false, 192 * 128},
+    {KR7, "KR7", false, false, false, false, false, 0},
+    {TS4, "TS4", false, false, false, false, false, 0},
 }};
-constexpr ModelTraits kUnknown = {static_cast<LidarType>(0), "unknown", false, false, false, false, false};
+constexpr ModelTraits kUnknown = {static_cast<LidarType>(0), "unknown", false, false, false, false, false, 0};
 
 std::string Upper(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
@@ -33,6 +33,11 @@ const ModelTraits& TraitsOf(LidarType type) {
   const auto found =
       std::find_if(kModels.begin(), kModels.end(), [type](const auto& model) { return model.type == type; });
   return found == kModels.end() ? kUnknown : *found;
+}
+
+std::string OneOf(LidarType type) {
+  const std::string name = TraitsOf(type).name;
+  return (name.front() == 'N' ? "an " : "a ") + name;
 }
 
 CLI::Option* AddModelOption(CLI::App& command, LidarType& model) {

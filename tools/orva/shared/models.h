@@ -2,6 +2,7 @@
 #ifndef ORVA_TOOLS_SHARED_MODELS_H_
 #define ORVA_TOOLS_SHARED_MODELS_H_
 
+#include <cstddef>
 #include <string>
 
 #include "orva_driver.h"
@@ -22,7 +23,11 @@ struct ModelTraits {
   bool uses_calibration;
   bool has_temperatures;  ///< temperatures and status at a frame's end
   bool has_imu;
+  std::size_t frame_points;  ///< of a whole frame; 0: not known
 };
+
+/// "a TS4B", "an NV2".
+std::string OneOf(LidarType type);
 
 /// Falls back to a record without abilities, named "unknown".
 const ModelTraits& TraitsOf(LidarType type);

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -19,14 +20,26 @@ bool IsTerminal() {
   return is_terminal;
 }
 
+/// A terminal whose cursor goes back to the start of the line.
+bool CanRedraw() {
+  static const bool can_redraw = [] {
+    const char* term = std::getenv("TERM");
+    return IsTerminal() && (term == nullptr || std::string_view(term) != "dumb");
+  }();
+  return can_redraw;
+}
+
 bool HasColour() {
   static const bool has_colour = [] {
     const char* no_color = std::getenv("NO_COLOR");
-    const char* term = std::getenv("TERM");
-    return IsTerminal() && (no_color == nullptr || *no_color == '\0') &&
-           (term == nullptr || std::string_view(term) != "dumb");
+    return CanRedraw() && (no_color == nullptr || *no_color == '\0');
   }();
   return has_colour;
+}
+
+Verbosity& Chosen() {
+  static Verbosity verbosity = Verbosity::kNormal;
+  return verbosity;
 }
 
 std::size_t Width() {
@@ -72,8 +85,29 @@ void Print(const char* escape, const std::string& label, const std::string& text
 
 }  // namespace
 
+void AddVerbosityOptions(CLI::App& command) {
+  CLI::Option* quiet = command.add_flag_callback(
+      "-q,--quiet", [] { Chosen() = Verbosity::kQuiet; }, "Say nothing but warnings and errors");
+  command
+      .add_flag_callback(
+          "-v,--verbose", [] { Chosen() = Verbosity::kVerbose; }, "Say more, with what the driver says")
+      ->excludes(quiet);
+}
+
+Verbosity TheVerbosity() {
+  return Chosen();
+}
+
 void Say(const std::string& text) {
-  Print("", "", text);
+  if (Chosen() != Verbosity::kQuiet) {
+    Print("", "", text);
+  }
+}
+
+void Detail(const std::string& text) {
+  if (Chosen() == Verbosity::kVerbose) {
+    Print("", "", text);
+  }
 }
 
 void Warn(const std::string& text) {
@@ -98,39 +132,45 @@ void Progress::Step(int done) {
 }
 
 void Progress::Line(const std::string& text) {
+  if (Chosen() == Verbosity::kQuiet) {
+    return;
+  }
   Erase();
   std::fprintf(stderr, "%s\n", text.c_str());
   Draw();
 }
 
 void Progress::Draw() {
-  if (!IsTerminal()) {
+  if (!CanRedraw() || Chosen() == Verbosity::kQuiet) {
     return;
   }
   std::string bar = task_;
   if (total_ > 0) {
-    std::string count(" ");
-    count.append(std::to_string(done_)).append("/").append(std::to_string(total_));
+    const std::string percent = std::to_string(std::min(100LL, done_ * 100LL / total_));
+    const std::string count = std::string(4 - percent.size(), ' ') + percent + " %";
     const std::size_t room = std::min<std::size_t>(Width() - 1, 79);
     const std::size_t used = bar.size() + count.size() + 3;
     if (room > used + 4) {
       const std::size_t cells = room - used;
-      const std::size_t full = cells * static_cast<std::size_t>(done_) / static_cast<std::size_t>(total_);
+      const std::size_t full =
+          std::min(cells, cells * static_cast<std::size_t>(done_) / static_cast<std::size_t>(total_));
       bar += " [" + std::string(full, '#') + std::string(cells - full, '.') + "]";
     }
     bar += count;
   } else {
     bar += std::string(static_cast<std::size_t>(done_ % 4), '.');
   }
-  std::fprintf(stderr, "\r\033[K%s", bar.c_str());
+  // Blanks over what was there: works on every terminal, also without escape sequences.
+  const std::string rest(drawn_ > bar.size() ? drawn_ - bar.size() : 0, ' ');
+  std::fprintf(stderr, "\r%s%s", bar.c_str(), rest.c_str());
   std::fflush(stderr);
-  visible_ = true;
+  drawn_ = bar.size();
 }
 
 void Progress::Erase() {
-  if (visible_) {
-    std::fputs("\r\033[K", stderr);
-    visible_ = false;
+  if (drawn_ > 0) {
+    std::fprintf(stderr, "\r%s\r", std::string(drawn_, ' ').c_str());
+    drawn_ = 0;
   }
 }
 

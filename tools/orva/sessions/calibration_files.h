@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef ORVA_TOOLS_SESSIONS_CALIBRATION_FILES_H_
+#define ORVA_TOOLS_SESSIONS_CALIBRATION_FILES_H_
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "orva_driver.h"
+
+namespace orva {
+
+/// What the driver makes of a calibration folder, found with its own reading of keywords and numbers.
+struct CalibrationFiles {
+  bool accepted = false;
+  std::string verdict;      ///< one sentence
+  std::string kinds;        ///< a line for each of the four files: fine, or what is wrong with it
+  std::string details;      ///< file by file: what it is taken for, how many values, their range
+  std::size_t ignored = 0;  ///< files whose path holds no keyword
+  std::string ignored_paths;
+};
+
+/// For a model that has calibration files. Throws Failure where the folder cannot be read.
+CalibrationFiles ExamineCalibration(LidarType model, const std::string& folder);
+
+/// Before a driver is opened, which says nothing of a folder that it cannot use and goes on without: throws
+/// Failure for such a folder. Returns whether points will come uncalibrated, and warns of it. Models without
+/// calibration pass in silence.
+bool CheckCalibration(const DriverParam& param, bool uncalibrated);
+
+}  // namespace orva
+
+#endif  // ORVA_TOOLS_SESSIONS_CALIBRATION_FILES_H_
