@@ -32,8 +32,9 @@
 // Inside a callback you may call
 //   Stop (it asks the threads to end and returns at once; the next Start, Stop or destructor on another
 //   thread joins them), GetLocalFileStatus, SetLocalFrame and GetStatistics. You must not destroy the driver
-//   or call InitDriver there. A callback must not throw: on a driver thread that ends the program. An
-//   exception of the first get callback, inside InitDriver, reaches InitDriver's caller.
+//   or call InitDriver there. A callback must not throw: on a driver thread that ends the program, but for
+//   std::bad_alloc, which costs a packet or a frame. An exception of the first get callback, inside
+//   InitDriver, reaches InitDriver's caller.
 //
 // Failures
 //   Set-up failures come back as `false`. Packet faults go to the exception callback. The library itself
@@ -262,8 +263,8 @@ struct DriverStatistics {
   uint64_t refused_identifier = 0;  ///< packets that begin with other bytes (ERROR_MSOP_ID)
   uint64_t not_for_us = 0;          ///< replay: records of another port or protocol, cut, too long or empty.
                                     ///< Live: empty datagrams
-  uint64_t discarded = 0;           ///< live: packets thrown away because more than 8191 waited; a callback
-                                    ///< takes too long
+  uint64_t discarded = 0;           ///< live: packets thrown away because more than 8191 waited (a callback
+                                    ///< takes too long), or for want of memory
   uint64_t queued = 0;              ///< live: packets that wait for the decoding thread at this moment
   uint64_t kernel_dropped = 0;    ///< live: datagrams that the kernel dropped on the data socket, most often
                                   ///< because its receive buffer was full. Not among `received`. 0 before
@@ -282,7 +283,10 @@ struct DriverStatistics {
   CalibrationState calibration = CALIBRATION_NONE;
   int32_t calibration_sections = 0;  ///< live: sections of the calibration that the sensor's download filled,
                                      ///< of the 4 that TS4A, TS4B and TS6 take. Fewer are in use all the same
-  uint64_t reserved[13] = {};
+  uint64_t out_of_memory =
+      0;  ///< times that memory ran out on a thread of the driver, or in a callback there:
+          ///< a packet, a frame, an IMU sample or a reply of the download was dropped
+  uint64_t reserved[12] = {};
 };
 
 /// The driver. PC is PointCloud<Point>, PointCloud<PointTime> or PointCloud<PointSource>; the three differ

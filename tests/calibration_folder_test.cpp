@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "param/calibration_folder.h"
 #include "param/param_service.h"
@@ -176,6 +178,26 @@ TEST(CalibrationText, DecimalPointInEveryLocale) {
   std::setlocale(LC_ALL, "C");
   unsetenv("LOCPATH");
   EXPECT_EQ(values, (std::vector<float>{1.5F, 2.25F}));
+}
+
+/// A file of one line takes no memory to speak of, nor do values that nobody uses.
+TEST(CalibrationFolder, ReadsALineOfAnyLength) {
+  constexpr size_t kNumbers = 40'000'000;
+  const TempFolder folder;
+  {
+    std::ofstream file(folder.Path("azimuth.csv"));
+    for (size_t i = 0; i < kNumbers; i += 1'000'000) file << "1" << std::string(999'999, ',');
+    file << std::string(1 << 26, '7');
+  }
+  const auto peak = [] {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+  };
+  ParamService service;
+  const long before = peak();
+  EXPECT_FALSE(service.LoadCheckFolder(TS4B, folder.Path()));
+  EXPECT_LT(peak() - before, 16 * 1024) << "KiB";
 }
 
 }  // namespace

@@ -116,14 +116,14 @@ TEST_F(InputPcapTest, ReturnsToRecordedPositions) {
 
 /// Recordings joined into one pcapng file: each section describes interfaces of its own.
 TEST_F(InputPcapTest, ReturnsToOtherSections) {
-  const auto section = [this](uint32_t interfaces) {
+  const auto section = [this](uint32_t interfaces, Encoding encoding) {
     {
-      CaptureFile file(path_, Encoding::kPcapng, interfaces);
+      CaptureFile file(path_, encoding, interfaces);
       for (uint8_t i = 0; i < 4; ++i) file.Datagram(kPort, Payload(i));
     }
     return ReadBytes(path_);
   };
-  const Bytes three = section(3), one = section(1);
+  const Bytes three = section(3, Encoding::kPcapng), one = section(1, Encoding::kPcapngSeconds);
   std::string joined(three.begin(), three.end());
   joined.append(one.begin(), one.end() - 60);  // cut off inside the last record
   ASSERT_TRUE(Open(folder_.Write("joined.pcapng", joined)));
@@ -133,6 +133,7 @@ TEST_F(InputPcapTest, ReturnsToOtherSections) {
     SCOPED_TRACE(i);
     EXPECT_EQ(Receive(&positions[i], false), 100);
     EXPECT_EQ(payload_, Payload(static_cast<uint8_t>(i % 4)));
+    EXPECT_NEAR(received_, i < 4 ? 1700 : 1700000000 + static_cast<double>(i % 4), 1e-5);
     for (size_t next = i + 1; next < 7; ++next) {
       EXPECT_EQ(Receive(), 100);
       EXPECT_EQ(payload_, Payload(static_cast<uint8_t>(next % 4)));

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <new>
 #include <system_error>
 
 namespace tevoro::lidar {
@@ -19,6 +20,9 @@ bool WorkerThread::Start(std::function<void()> body) {
       body();
     });
   } catch (const std::system_error&) {
+    running_ = false;
+    return false;
+  } catch (const std::bad_alloc&) {
     running_ = false;
     return false;
   }

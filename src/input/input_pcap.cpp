@@ -3,8 +3,10 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "common/console.h"
 #include "input/link_header.h"
@@ -23,9 +25,9 @@ pcap_t* OpenCapture(const std::string& path, std::vector<char>& buffer) {
   struct stat status {};
   // A pipe could neither be rewound nor be waited for.
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  buffer.resize(kFileBuffer);
   std::FILE* file = std::fopen(path.c_str(), "rbe");
   if (file == nullptr) return nullptr;
-  buffer.resize(kFileBuffer);
   std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(file, error);
@@ -57,38 +59,76 @@ bool InputPcap::Init() {
     handle_.reset();
     return false;
   }
-  // A filter that fails to compile stays empty and rejects everything.
+  // The filter is sound, and so is the link type: only for want of memory it does not compile. An empty
+  // filter would reject everything.
   pcap_freecode(&filter_.program);
-  pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN);
+  if (pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
+    return false;
   is_pcapng_ = pcap_major_version(handle_.get()) == kPcapngMajorVersion;
-  first_record_ = ftello(pcap_file(handle_.get()));
-  sought_ = false;
+  sections_.assign(1, 0);
+  section_ = 0;
   unreadable_ = -1;
   return true;
 }
 
 bool InputPcap::ReadRecord(pcap_pkthdr** header, const u_char** data) {
   if (!is_pcapng_) return pcap_next_ex(handle_.get(), header, data) >= 0;
-  const long position = ftello(pcap_file(handle_.get()));
-  const int result = pcap_next_ex(handle_.get(), header, data);
-  if (result != PCAP_ERROR) return result >= 0;
-  if (position == unreadable_) return false;
-  // The record may belong to an interface that only its own section describes.
-  if (sought_ && ReadUpTo(position) && pcap_next_ex(handle_.get(), header, data) >= 0) return true;
-  unreadable_ = position;
-  return false;
+  // A section takes 28 bytes, and its first interface 20; a packet is told by its length from 16 to 32.
+  constexpr long kPacketHeader = 32;
+  constexpr long kSmallestSection = 32;
+  std::FILE* file = pcap_file(handle_.get());
+  const long position = ftello(file);
+  if (!IsWithin(position) && !ReadUpTo(position)) return false;
+  int result = pcap_next_ex(handle_.get(), header, data);
+  if (result == PCAP_ERROR && position != unreadable_) {
+    // The record may belong to an interface that is described late in its section.
+    if (ReadUpTo(position)) result = pcap_next_ex(handle_.get(), header, data);
+    if (result < 0) unreadable_ = position;
+  }
+  if (result < 0 || ftello(file) - position - kPacketHeader - long{(*header)->caplen} >= kSmallestSection) {
+    NoteSections(position);
+  }
+  return result >= 0;
+}
+
+bool InputPcap::IsWithin(long position) {
+  // The record that opens a section stands behind the section's header, and is read with it.
+  const auto next = std::lower_bound(sections_.begin(), sections_.end(), position);
+  const bool opens = next != sections_.end() && *next == position;
+  return opens || *std::prev(next) == section_;
 }
 
 bool InputPcap::ReadUpTo(long position) {
   std::FILE* file = pcap_file(handle_.get());
-  fseeko(file, 0, SEEK_SET);
-  sought_ = false;
+  section_ = *std::prev(std::lower_bound(sections_.begin(), sections_.end(), position));
+  fseeko(file, section_, SEEK_SET);
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
-  for (long at = first_record_; at < position; at = ftello(file)) {
+  while (ftello(file) < position) {
     if (pcap_next_ex(handle_.get(), &header, &data) < 0) return false;
   }
+  // The first packet of the file was read with its section: its position lies behind the section's header.
+  fseeko(file, position, SEEK_SET);
   return true;
+}
+
+void InputPcap::NoteSections(long position) {
+  constexpr uint32_t kSectionHeader = 0x0A0D0D0A;  // the same in either byte order
+  std::FILE* file = pcap_file(handle_.get());
+  const long end = ftello(file);
+  uint32_t block[2];  // type, length
+  for (long at = position; at < end; at += long{block[1]}) {
+    fseeko(file, at, SEEK_SET);
+    if (std::fread(block, sizeof(block), 1, file) != 1) break;
+    if (pcap_is_swapped(handle_.get()) != 0) block[1] = __builtin_bswap32(block[1]);
+    if (block[0] == kSectionHeader) {
+      section_ = at;
+      const auto place = std::lower_bound(sections_.begin(), sections_.end(), at);
+      if (place == sections_.end() || *place != at) sections_.insert(place, at);
+    }
+    if (block[1] < sizeof(block)) break;
+  }
+  fseeko(file, end, SEEK_SET);
 }
 
 bool InputPcap::Wanted(const pcap_pkthdr& header, const uint8_t* record) const {
@@ -106,7 +146,6 @@ int InputPcap::NextPacket(PacketView& packet, long* position, bool record, size_
       *position = ftello(file);
     } else {
       fseeko(file, *position, SEEK_SET);
-      sought_ = true;
     }
   }
 

@@ -48,18 +48,22 @@ class InputPcap : public Input {
   bool Wanted(const pcap_pkthdr& header, const uint8_t* record) const;
   /// The next record. False at the end of the file and where it cannot be read.
   bool ReadRecord(pcap_pkthdr** header, const u_char** data);
-  /// Reads from the start of the file to `position`. A pcapng file consists of sections that describe their
-  /// own interfaces, and libpcap knows those of the section that it read last: after a jump into another
-  /// section it takes this way.
+
+  // A pcapng file consists of sections that describe their own interfaces: the link type of a record, and the
+  // unit of its time. libpcap knows the interfaces of the section that it read last, so after a jump into
+  // another one that is read from its start.
+  bool IsWithin(long position);
   bool ReadUpTo(long position);
+  /// Notes the sections that begin between `position` and where the file now stands.
+  void NoteSections(long position);
 
   std::vector<char> file_buffer_;  ///< outlives the handle, which reads through it
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
   bool is_pcapng_ = false;
-  long first_record_ = 0;  ///< position behind the file's header
-  bool sought_ = false;    ///< has jumped since it last read from the start
-  long unreadable_ = -1;   ///< position of a record that not even reading from the start makes readable
+  std::vector<long> sections_;  ///< pcapng: where they begin, as far as the file was read
+  long section_ = 0;            ///< the one whose interfaces libpcap knows
+  long unreadable_ = -1;  ///< position of a record that not even reading its whole section makes readable
   std::string filter_text_;
   Filter filter_;
 };

@@ -21,7 +21,8 @@ namespace {
 void Enlarge(int socket, int option) {
   int bytes = 0;
   socklen_t length = sizeof(bytes);
-  getsockopt(socket, SOL_SOCKET, option, &bytes, &length);
+  if (getsockopt(socket, SOL_SOCKET, option, &bytes, &length) != 0)
+    return;  // four times nothing is too little
   bytes = std::min(bytes, std::numeric_limits<int>::max() / 4) * 4;
   setsockopt(socket, SOL_SOCKET, option, &bytes, sizeof(bytes));
 }
@@ -74,7 +75,10 @@ bool UdpSocket::Open(const std::string& address, uint16_t port) {
     Close();
     return false;
   }
-  if (!SetNonblock()) return false;
+  if (!SetNonblock()) {
+    PrintSystemError("fcntl failed", errno);
+    return false;
+  }
   SetReadBuffer();
   SetWriteBuffer();
   return true;
@@ -87,7 +91,7 @@ void UdpSocket::Close() {
 
 bool UdpSocket::SetNonblock() {
   const int flags = fcntl(socket_, F_GETFL, 0);
-  return fcntl(socket_, F_SETFL, flags | O_NONBLOCK) >= 0;
+  return flags >= 0 && fcntl(socket_, F_SETFL, flags | O_NONBLOCK) >= 0;
 }
 
 void UdpSocket::SetReadBuffer() {

@@ -6,6 +6,7 @@
 
 #include "common/console.h"
 #include "common/counter.h"
+#include "common/out_of_memory.h"
 #include "decoder/decoder.h"
 #include "input/buffer.h"
 #include "manager/application_callbacks.h"
@@ -14,7 +15,7 @@ namespace tevoro::lidar {
 
 /// The way between a decoder and the application, the same in live mode and in replay: packets go in, packet
 /// faults and finished frames come out, and each frame is followed by a fresh cloud of the application's.
-/// Used by the thread that decodes; Frames() by any.
+/// Used by the thread that decodes; the counts by any.
 template <typename PC>
 class Delivery {
  public:
@@ -32,10 +33,16 @@ class Delivery {
   }
 
   /// Shows a packet as it came to whoever registered for that, then decodes its blocks from `start`. True
-  /// when it ended a frame.
+  /// when it ended a frame. Where memory runs out the frame is dropped whole, up to the end of the next one
+  /// if this packet held its end.
   bool Decode(Decoder<PC>& decoder, const PacketView& packet, uint16_t start) {
-    if (application_.packet) application_.packet(packet.data, packet.length, packet.received);
-    return decoder.ProcessMsopPacket(packet.data, packet.length, start);
+    if (application_.packet) {
+      Survives(out_of_memory_, [&] { application_.packet(packet.data, packet.length, packet.received); });
+    }
+    bool ended = false;
+    const auto decode = [&] { ended = decoder.ProcessMsopPacket(packet.data, packet.length, start); };
+    if (!Survives(out_of_memory_, decode)) decoder.point_cloud_.reset();
+    return ended;
   }
 
   std::shared_ptr<PC> GetPointCloud() {
@@ -44,7 +51,8 @@ class Delivery {
     return nullptr;
   }
 
-  uint64_t Frames() const { return frames_.Value(); }  ///< ended so far, with or without a cloud
+  uint64_t Frames() const { return frames_.Value(); }              ///< ended so far, with or without a cloud
+  uint64_t OutOfMemory() const { return out_of_memory_.Value(); }  ///< times that memory ran out
 
  private:
   void SplitFrame(Decoder<PC>& decoder, double timestamp) {
@@ -52,9 +60,9 @@ class Delivery {
     // Moved out, so that the application may be its only owner from the put callback on.
     if (std::shared_ptr<PC> cloud = std::move(decoder.point_cloud_)) {
       cloud->timestamp = timestamp;
-      PutPointCloud(std::move(cloud));
+      Survives(out_of_memory_, [&] { PutPointCloud(std::move(cloud)); });
     }
-    decoder.point_cloud_ = GetPointCloud();
+    Survives(out_of_memory_, [&] { decoder.point_cloud_ = GetPointCloud(); });
   }
   void PutPointCloud(std::shared_ptr<PC> cloud) {
     if (application_.put_point_cloud) application_.put_point_cloud(std::move(cloud));
@@ -65,6 +73,7 @@ class Delivery {
 
   const ApplicationCallbacks<PC>& application_;
   Counter frames_;
+  Counter out_of_memory_;
 };
 
 }  // namespace tevoro::lidar

@@ -113,7 +113,8 @@ void CalibrationLoader::AwaitReply(Progress& progress) {
     load_enabled_ = false;  // the closing request was answered; its reply says nothing
     return;
   } else {
-    TakeReply(progress, reply, length);
+    // A reply that was not taken has changed nothing: the same request goes out again.
+    Survives(out_of_memory_, [&] { TakeReply(progress, reply, length); });
   }
   std::this_thread::sleep_for(kBetweenRequests);
 }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "common/counter.h"
+#include "common/out_of_memory.h"
 #include "common/worker_thread.h"
 #include "input/udp_select.h"
 #include "orva_driver.h"
@@ -43,6 +44,7 @@ class CalibrationLoader {
   int32_t FilledSections() const { return filled_sections_; }         ///< by the completed download
   /// The download is complete and has filled every section that the model takes.
   bool FilledAll() const { return filled_all_; }
+  uint64_t OutOfMemory() const { return out_of_memory_.Value(); }  ///< replies dropped for want of memory
 
  private:
   /// What one run of the thread remembers between requests.
@@ -65,6 +67,7 @@ class CalibrationLoader {
   std::atomic<bool> filled_all_{false};
   bool begun_ = false;  ///< the load thread's own
   Counter received_bytes_;
+  Counter out_of_memory_;
 };
 
 /// Stores the sum of a command's other bytes, modulo 256, in its last byte.

@@ -3,12 +3,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <string>
 #include <utility>
 
 #include "common/cloud_types.h"
 #include "common/console.h"
 #include "common/counter.h"
+#include "common/out_of_memory.h"
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
 #include "input/input_factory.h"
@@ -65,6 +67,7 @@ class OnlineManager<PC>::Impl {
   bool StartLoad();
   bool StartRecv();
   bool StartDecoder();
+  bool Running() const;
   bool OnOwnThread() const;
 
   void RecvLoop();
@@ -78,6 +81,7 @@ class OnlineManager<PC>::Impl {
   const ApplicationCallbacks<PC>& application_;
   Delivery<PC> delivery_{application_};
   DriverParam param_;
+  std::mutex control_;  ///< the threads are asked to run or to end together; nobody joins under it
   const uint32_t instance_ = ++g_load_count;
   WorkerThread load_thread_{ThreadName("load", instance_)};
   WorkerThread recv_thread_{ThreadName("recv", instance_)};
@@ -93,7 +97,9 @@ class OnlineManager<PC>::Impl {
   std::atomic<CalibrationState> calibration_{CALIBRATION_NONE};
   Counter received_;  // by the receive thread
   Counter received_bytes_;
+  Counter recv_out_of_memory_;
   Counter imu_samples_;  // by the decoding thread
+  Counter decoder_out_of_memory_;
 };
 
 // Set-up
@@ -152,22 +158,38 @@ void OnlineManager<PC>::Impl::Release() {
 
 template <typename PC>
 bool OnlineManager<PC>::Impl::Start() {
-  if ((!param_.calib_from_lidar || StartLoad()) && StartRecv() && StartDecoder()) return true;
+  {
+    const std::lock_guard lock(control_);
+    if (Running()) return true;
+  }
+  if (OnOwnThread()) return false;
+  Stop();  // joins those that a callback has asked to end; then no thread is left that could call
+  {
+    const std::lock_guard lock(control_);
+    if ((!param_.calib_from_lidar || StartLoad()) && StartRecv() && StartDecoder()) return true;
+  }
   Stop();
   return false;
 }
 
 template <typename PC>
 void OnlineManager<PC>::Impl::Stop() {
-  if (OnOwnThread()) {  // in a callback: whoever comes next from outside joins
+  {
+    const std::lock_guard lock(control_);
     load_thread_.RequestStop();
     recv_thread_.RequestStop();
     decoder_thread_.RequestStop();
-    return;
   }
+  if (OnOwnThread()) return;  // in a callback: whoever comes next from outside joins
   load_thread_.Stop();
   recv_thread_.Stop();
   decoder_thread_.Stop();
+}
+
+template <typename PC>
+bool OnlineManager<PC>::Impl::Running() const {
+  return (!param_.calib_from_lidar || load_thread_.Running()) && recv_thread_.Running() &&
+         decoder_thread_.Running();
 }
 
 template <typename PC>
@@ -194,8 +216,12 @@ template <typename PC>
 void OnlineManager<PC>::Impl::RecvLoop() {
   const bool tapped = static_cast<bool>(application_.packet);
   Pacing pacing;
-  std::shared_ptr<Buffer> current = GetBuffer();
+  std::shared_ptr<Buffer> current;
   while (recv_thread_.Running()) {
+    if (!current && !Survives(recv_out_of_memory_, [&] { current = GetBuffer(); })) {
+      pacing.Sleep(Pacing::Cycle::kIdle);
+      continue;
+    }
     const ReceiveTimer timer;
     const bool received = input_->RecvPacket(current, int{PACKET_BUFFER_SIZE}, nullptr, true) > 0;
     const bool backlog = received && timer.DidNotWait();
@@ -203,8 +229,12 @@ void OnlineManager<PC>::Impl::RecvLoop() {
       if (tapped) current->received = WallClock();
       received_.Add();
       received_bytes_.Add(current->length);
-      if (packet_queue_.Push(current) > MAX_QUEUED_PACKETS) packet_queue_.Clear();
-      current = GetBuffer();
+      const auto hand_over = [&] {
+        std::shared_ptr<Buffer> next = GetBuffer();
+        if (packet_queue_.Push(current) > MAX_QUEUED_PACKETS) packet_queue_.Clear();
+        current = std::move(next);
+      };
+      if (!Survives(recv_out_of_memory_, hand_over)) packet_queue_.CountDiscarded();
     }
     pacing.Sleep(backlog    ? Pacing::Cycle::kBacklog
                  : received ? Pacing::Cycle::kPacket
@@ -224,7 +254,7 @@ void OnlineManager<PC>::Impl::DecodeLoop() {
     const std::shared_ptr<Buffer> packet = packet_queue_.Pop(more);
     if (packet) {
       delivery_.Decode(*decoder_, packet->View(), 0);
-      free_queue_.Push(packet);
+      Survives(decoder_out_of_memory_, [&] { free_queue_.Push(packet); });
     }
     pacing.Sleep(more ? Pacing::Cycle::kBacklog : packet ? Pacing::Cycle::kPacket : Pacing::Cycle::kIdle);
   }
@@ -241,8 +271,9 @@ std::shared_ptr<Buffer> OnlineManager<PC>::Impl::GetBuffer() {
 template <typename PC>
 void OnlineManager<PC>::Impl::SplitIMUFrame() {
   imu_samples_.Add();
-  PutImuMsg(std::move(decoder_->imu_msg_));
-  decoder_->imu_msg_ = GetImuMsg();
+  Survives(decoder_out_of_memory_, [&] { PutImuMsg(std::move(decoder_->imu_msg_)); });
+  decoder_->imu_msg_.reset();
+  Survives(decoder_out_of_memory_, [&] { decoder_->imu_msg_ = GetImuMsg(); });
 }
 
 template <typename PC>
@@ -280,7 +311,10 @@ DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
     statistics.receive_buffer_bytes = socket->ReadBuffer();
   }
   statistics.calibration = calibration_;
+  statistics.out_of_memory =
+      recv_out_of_memory_.Value() + decoder_out_of_memory_.Value() + delivery_.OutOfMemory();
   if (loader_) {
+    statistics.out_of_memory += loader_->OutOfMemory();
     statistics.calibration_bytes = loader_->ReceivedBytes();
     statistics.calibration_sections = loader_->FilledSections();
   }

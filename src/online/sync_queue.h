@@ -59,6 +59,12 @@ class SyncQueue {
     level_.store(0, std::memory_order_release);
   }
 
+  /// Counts an element as discarded that could not be appended. By the thread that appends.
+  void CountDiscarded() {
+    const std::lock_guard lock(mutex_);
+    discarded_.Add();
+  }
+
   // For statistics. They take no lock, so whoever looks holds nobody up.
   uint64_t Waiting() const { return level_.load(std::memory_order_acquire); }
   uint64_t Discarded() const { return discarded_.Value(); }  ///< by Clear, since construction

@@ -32,16 +32,30 @@ std::unique_ptr<std::FILE, CloseFile> OpenRegularFile(const std::string& path) {
   return std::unique_ptr<std::FILE, CloseFile>(file);
 }
 
-/// The line buffer of getline, which grows with the longest line.
-struct LineBuffer {
-  LineBuffer() = default;
-  LineBuffer(const LineBuffer&) = delete;
-  LineBuffer& operator=(const LineBuffer&) = delete;
-  ~LineBuffer() { std::free(text); }
-
-  char* text = nullptr;
-  size_t capacity = 0;
-};
+/// Calls `visit(column, field)` for each field, as it comes from the file: a line may be of any length, and
+/// so may a field, of which only so much is kept as no number needs. An empty field counts, but not behind
+/// the last comma of a line.
+template <typename Visit>
+void ForEachField(std::FILE* file, const Visit& visit) {
+  constexpr size_t kLongestNumber = 4096;
+  std::string field;
+  size_t column = 0;
+  bool empty = true;
+  for (int c = 0; c != EOF;) {
+    c = getc_unlocked(file);
+    const bool line_end = c == '\n' || c == EOF;
+    if (c == ',' || (line_end && !empty)) visit(column++, field);
+    if (c == ',' || line_end) {
+      field.clear();
+      empty = true;
+      if (line_end) column = 0;
+      continue;
+    }
+    empty = false;
+    const bool leading_space = field.empty() && (c == ' ' || (c >= '\t' && c <= '\r'));
+    if (!leading_space && field.size() < kLongestNumber) field.push_back(static_cast<char>(c));
+  }
+}
 
 /// A decimal number as the "C" locale writes it, whatever locale the application has set.
 float ParseFloat(const std::string& field) {
@@ -80,11 +94,11 @@ bool LoadField(LidarType type, const CalibrationRule& rule, const std::string& p
   const size_t required = RequiredValues(type, rule);
   if (Announces(type, rule)) PrintLine(rule.keyword);
   std::vector<float> values;
-  LoadFile(path, values, rule.start_column, 1);
+  const size_t found = LoadFile(path, values, rule.start_column, 1, rule.used);
   if (ReportsSize(type, rule)) {
-    PrintLine("list.size():" + std::to_string(values.size()) + " size:" + std::to_string(required));
+    PrintLine("list.size():" + std::to_string(found) + " size:" + std::to_string(required));
   }
-  if (values.size() < required) return false;
+  if (found < required) return false;
   std::memcpy(FieldOf(param, rule.kind), values.data(), rule.used * sizeof(float));
   return true;
 }
@@ -106,17 +120,16 @@ const CalibrationRule* FindCalibrationRule(std::string_view path) {
   return nullptr;
 }
 
-void LoadFile(const std::string& path, std::vector<float>& values, size_t start_column, size_t column_step) {
+size_t LoadFile(const std::string& path, std::vector<float>& values, size_t start_column, size_t column_step,
+                size_t most) {
   const auto file = OpenRegularFile(path);
-  if (!file) return;
-  LineBuffer buffer;
-  for (ssize_t length; (length = getline(&buffer.text, &buffer.capacity, file.get())) > 0;) {
-    std::string line(buffer.text, static_cast<size_t>(length));
-    if (line.back() == '\n') line.pop_back();
-    const std::vector<std::string> fields = SplitString(line, ',');
-    for (size_t i = start_column; i < fields.size(); i += column_step)
-      values.push_back(ParseFloat(fields[i]));
-  }
+  if (!file) return 0;
+  size_t found = 0;
+  ForEachField(file.get(), [&](size_t column, const std::string& field) {
+    if (column < start_column || (column - start_column) % column_step != 0) return;
+    if (found++ < most) values.push_back(ParseFloat(field));
+  });
+  return found;
 }
 
 bool LoadCalibrationFolder(LidarType type, const std::string& folder, CheckParam& param) {

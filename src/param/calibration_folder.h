@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,8 +42,9 @@ const CalibrationRule* FindCalibrationRule(std::string_view path);
 
 /// Appends the numbers of a text file of comma-separated lines: in each line the fields start, start + step,
 /// ... (step at least 1). A field without a number is 0. Appends nothing where `path` is no regular file or
-/// cannot be read.
-void LoadFile(const std::string& path, std::vector<float>& values, size_t start_column, size_t column_step);
+/// cannot be read. At most `most` are appended; returns how many there are.
+size_t LoadFile(const std::string& path, std::vector<float>& values, size_t start_column, size_t column_step,
+                size_t most = std::numeric_limits<size_t>::max());
 
 /// Fills `param` from the files below `folder`, see ParamService::LoadCheckFolder.
 bool LoadCalibrationFolder(LidarType type, const std::string& folder, CheckParam& param);

@@ -9,6 +9,7 @@
 #include "common/cloud_types.h"
 #include "common/console.h"
 #include "common/counter.h"
+#include "common/out_of_memory.h"
 #include "common/worker_thread.h"
 #include "decoder/decoder_factory.h"
 #include "input/input_factory.h"
@@ -66,6 +67,7 @@ class PcapManager<PC>::Impl {
   Counter received_;
   Counter received_bytes_;
   Counter not_for_us_;
+  Counter index_out_of_memory_;
 
   WorkerThread thread_{"orva-replay"};  // last: ends before what it uses
 };
@@ -102,6 +104,7 @@ template <typename PC>
 bool PcapManager<PC>::Impl::Start() {
   if (thread_.Running()) return true;
   if (thread_.IsCurrent()) return false;  // in a callback that has called Stop: this thread still has to end
+  thread_.Stop();  // joins one that a callback has asked to end, and that may still finish its index pass
   load_finished_ = false;
   return thread_.Start([this] { ProcessData(); });
 }
@@ -148,12 +151,14 @@ void PcapManager<PC>::Impl::IndexRecord() {
   if (length >= 0) index_records_.Add();
   if (length == 0) index_not_for_us_.Add();
   if (length > 0) {
-    uint16_t seq = 0;
-    const bool new_frame = decoder_->toSplite(packet.data, packet.length, seq);
-    // The first packet for us opens frame 0, even one that the decoder refuses.
-    if (new_frame || frame_index_.empty()) frame_index_.push_back({position, seq});
+    Survives(index_out_of_memory_, [&] {
+      uint16_t seq = 0;
+      const bool new_frame = decoder_->toSplite(packet.data, packet.length, seq);
+      // The first packet for us opens frame 0, even one that the decoder refuses.
+      if (new_frame || frame_index_.empty()) frame_index_.push_back({position, seq});
+    });
   } else if (length < 0) {
-    PrintLine(Colour::kGreen, "pcap file is load finished!");
+    Survives(index_out_of_memory_, [] { PrintLine(Colour::kGreen, "pcap file is load finished!"); });
     load_finished_ = true;
   }
 }
@@ -213,6 +218,7 @@ DriverStatistics PcapManager<PC>::Impl::ReadStatistics() const {
     now.index_refused_length = indexed.wrong_length.Value();
     now.index_refused_identifier = indexed.wrong_identifier.Value();
     now.calibration = calibration_;
+    now.out_of_memory = delivery_.OutOfMemory() + index_out_of_memory_.Value();
     return now;
   });
 }

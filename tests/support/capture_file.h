@@ -45,7 +45,7 @@ inline Bytes EthernetFrame(const Bytes& packet, uint16_t ether_type = 0x0800) {
   return frame;
 }
 
-enum class Encoding { kMicroseconds, kNanoseconds, kOtherByteOrder, kPcapng };
+enum class Encoding { kMicroseconds, kNanoseconds, kOtherByteOrder, kPcapng, kPcapngSeconds };
 
 /// Written when the object goes. The records lie a second apart; those of a pcapng take turns over its
 /// interfaces.
@@ -54,9 +54,12 @@ class CaptureFile {
   explicit CaptureFile(std::string path, Encoding encoding = Encoding::kMicroseconds, uint32_t interfaces = 1,
                        uint32_t link_type = DLT_EN10MB)
       : path_(std::move(path)), encoding_(encoding), interfaces_(interfaces) {
-    if (encoding == Encoding::kPcapng) {
+    if (IsPcapng()) {
       Words({0x0A0D0D0A, 28, 0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF, 28});
-      for (uint32_t i = 0; i < interfaces; ++i) Words({1, 20, link_type, 65535, 20});
+      for (uint32_t i = 0; i < interfaces; ++i) {
+        if (encoding == Encoding::kPcapng) Words({1, 20, link_type, 65535, 20});
+        if (encoding != Encoding::kPcapng) Words({1, 32, link_type, 65535, 0x10009, 0, 0, 32});
+      }
     } else {
       Words({encoding == Encoding::kNanoseconds ? 0xA1B23C4D : 0xA1B2C3D4,
              encoding == Encoding::kOtherByteOrder ? 0x00020004U : 0x00040002U, 0, 0, 65535, link_type});
@@ -80,7 +83,7 @@ class CaptureFile {
     const auto length = static_cast<uint32_t>(frame.size());
     const auto captured = static_cast<uint32_t>(length - cut);
     const uint32_t block = 32 + (captured + 3) / 4 * 4;
-    const bool pcapng = encoding_ == Encoding::kPcapng;
+    const bool pcapng = IsPcapng();
     if (pcapng) Words({6, block, count_++ % interfaces_, 0});
     Words({second_++});
     if (!pcapng) Words({fraction_});
@@ -96,6 +99,7 @@ class CaptureFile {
   }
 
  private:
+  bool IsPcapng() const { return encoding_ == Encoding::kPcapng || encoding_ == Encoding::kPcapngSeconds; }
   void Words(std::initializer_list<uint32_t> words) {
     for (uint32_t word : words) {
       if (encoding_ != Encoding::kOtherByteOrder) word = __builtin_bswap32(word);
@@ -107,7 +111,7 @@ class CaptureFile {
   const Encoding encoding_;
   const uint32_t interfaces_;
   uint32_t count_ = 0;
-  uint32_t second_ = 1700000000;  ///< in a pcapng, microseconds
+  uint32_t second_ = 1700000000;  ///< in a pcapng, in the unit of its interfaces
   uint32_t fraction_ = 0;         ///< micro- or nanoseconds, as the file counts; a pcapng has none
   Bytes bytes_;
 };
