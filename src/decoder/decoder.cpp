@@ -38,7 +38,7 @@ void Decoder<PC>::Report(Refusal refusal, Throttle& throttle) {
   const bool length = refusal == Refusal::kLength;
   std::atomic<std::time_t>& last = length ? throttle.length : throttle.identifier;
   const std::time_t now = std::time(nullptr);
-  if (now - last <= 1) return;
+  if (now >= last && now - last <= 1) return;  // a clock that was set back does not silence it
   error_cb_(Error{length ? ERROR_MSOP_LENGTH : ERROR_MSOP_ID, 1});
   last = now;
 }

@@ -1,24 +1,55 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "param/filter_algorithm.h"
 
+#include <dirent.h>
 #include <time.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <memory>
+#include <new>
 #include <sstream>
+#include <string_view>
+#include <system_error>
 
 #include "common/console.h"
 
 namespace tevoro::lidar {
 
+namespace {
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
+}  // namespace
+
+/// Not by the iterator of the standard library, which ends the process where memory runs out in it.
 void SearchFiles(const std::string& folder, std::vector<std::string>& paths) {
-  for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.is_directory()) {
-      SearchFiles(entry.path().string(), paths);
+  const std::filesystem::path path(folder);
+  const auto check = [&path](bool done) {
+    if (done) return;
+    const std::error_code error(errno, std::generic_category());
+    if (error == std::errc::not_enough_memory) throw std::bad_alloc();
+    throw std::filesystem::filesystem_error("cannot read the folder", path, error);
+  };
+  const std::unique_ptr<DIR, CloseFolder> open(opendir(folder.c_str()));
+  check(open != nullptr);
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(open.get());
+    check(entry != nullptr || errno == 0);
+    if (entry == nullptr) return;
+    const std::string_view name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    const std::filesystem::path file = path / name;
+    if (std::filesystem::is_directory(file)) {
+      SearchFiles(file.string(), paths);
     } else {
       std::ostringstream line;
-      line << "文件: " << entry.path();
+      line << "文件: " << file;
       PrintLine(line.str());
-      paths.push_back(entry.path().string());
+      paths.push_back(file.string());
     }
   }
 }
