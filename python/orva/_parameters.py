@@ -81,7 +81,7 @@ def calibration_folder(model: Model, folder: Optional[PathLike], beside: Optiona
         warnings.warn(
             "no calibration folder (calib=FOLDER): points come uncalibrated, all of them straight ahead. "
             "uncalibrated=True says that this is meant.",
-            stacklevel=4,
+            stacklevel=3,
         )
         return b""
     if not os.path.exists(folder):
