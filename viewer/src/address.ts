@@ -35,7 +35,8 @@ export function readAddress(hash: string): State {
   return state;
 }
 
-export function writeAddress(state: Readonly<State>): string {
+/** `range`: of the colours as they are, also where it was fitted to a frame; null before the first frame. */
+export function writeAddress(state: Readonly<State>, range: [number, number] | null): string {
   const fields = new URLSearchParams();
   const put = (name: string, value: string | number, usual: string | number) => {
     if (value !== usual) fields.set(name, String(value));
@@ -46,7 +47,7 @@ export function writeAddress(state: Readonly<State>): string {
   put("colour", state.colour, initialState.colour);
   put("theme", state.theme, "auto");
   for (const name of switches) put(name, state[name] ? 1 : 0, initialState[name] ? 1 : 0);
-  if (state.range) fields.set("range", state.range.join(","));
+  if (range) fields.set("range", range.map((value) => Number(value.toPrecision(6))).join(","));
   if (state.camera) {
     const all = [...state.camera.position, ...state.camera.target];
     fields.set("camera", all.map((value) => value.toFixed(2)).join(","));

@@ -397,7 +397,7 @@ store.subscribe((state, changed) => {
   // Going on after a freeze: the server waits for the page's word.
   if (has("playing") && state.playing && live()) connection.send({ type: "ready" });
   clearTimeout(addressTimer);
-  addressTimer = window.setTimeout(() => history.replaceState(null, "", `#${writeAddress(store.state)}`), 150);
+  addressTimer = window.setTimeout(() => history.replaceState(null, "", `#${writeAddress(store.state, fittedFor || store.state.range ? range() : null)}`), 150);
 });
 window.addEventListener("hashchange", () => {
   store.set(readAddress(location.hash));
