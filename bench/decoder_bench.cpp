@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "decoder/decoder_factory.h"
+#include "scan_frame.h"
 #include "support/calibrations.h"
 #include "support/packets.h"
 #include "support/reference_decoder.h"
@@ -21,23 +22,6 @@ namespace {
 using orva::test::Packet;
 using orva::test::Random;
 using Clock = std::chrono::steady_clock;
-
-/// One frame in the order of a real scan, lines from top to bottom.
-std::vector<Packet> MakeFrame(LidarType model) {
-  Random random(7);
-  std::vector<Packet> frame;
-  const size_t measurements = model == NV2 ? 56 * 192 : 192 * 128;
-  size_t done = 0;
-  while (done < measurements) {
-    Packet packet = orva::test::PlausiblePacket(random, model);
-    if (model == NV2) packet.Line(static_cast<unsigned>(done / 192));
-    for (size_t k = 0; k < packet.layout().blocks; ++k, ++done) {
-      if (model != NV2) packet.Code(k, static_cast<unsigned>(done / 128), static_cast<unsigned>(done % 128));
-    }
-    frame.push_back(packet);
-  }
-  return frame;
-}
 
 DecoderParam Limits(bool mounted) {
   DecoderParam param;
@@ -62,7 +46,7 @@ bool SamePoints(const PC& a, const PC& b) {
 
 template <typename PC>
 void DecodeFrame(benchmark::State& state, LidarType model, bool mounted) {
-  const std::vector<Packet> frame = MakeFrame(model);
+  const std::vector<Packet> frame = orva::bench::ScanFrame(model);
   const DecoderParam param = Limits(mounted);
   Random random(3);
   const auto calibration = orva::test::PlausibleCalibration(random);

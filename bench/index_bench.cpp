@@ -10,13 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "decoder/decoder_factory.h"
-#include "input/input_pcap.h"
-#include "recording_file.h"
+#include "index_pass.h"
 #include "support/packets.h"
 
 namespace {
 
+using orva::bench::IndexRecording;
 using orva::bench::kPort;
 using orva::bench::ThreadSeconds;
 constexpr size_t kFileBytes = 500'000'000;
@@ -43,26 +42,6 @@ size_t ReadWithLibpcap(const std::string& path) {
   }
   pcap_freecode(&filter);
   pcap_close(handle);
-  return records;
-}
-
-/// What the replay thread does for each record of the pass.
-size_t IndexRecording(const std::string& path) {
-  InputParam param;
-  param.msop_port = kPort;
-  param.pcap_path = path;
-  tevoro::lidar::InputPcap input(param);
-  if (!input.Init()) return 0;
-  const auto decoder = tevoro::lidar::DecoderFactory<PointCloud<Point>>::CreateDecoder(TS4B, {});
-  tevoro::lidar::PacketView packet;
-  size_t records = 0;
-  long position = 0;
-  uint16_t seq = 0;
-  for (int length; (length = input.NextPacket(packet, &position, true)) >= 0;) {
-    if (length == 0) continue;
-    ++records;
-    decoder->toSplite(packet.data, packet.length, seq);
-  }
   return records;
 }
 
