@@ -219,7 +219,13 @@ inline Words LoadQuads(const At& at) {
   if constexpr (kLanes == 4) {
     return Load<Words>(at(0));
   } else if constexpr (kLanes == 8) {
+#if defined(__AVX2__)  // g++ 12 would load both halves and shuffle them
+    return reinterpret_cast<Words>(_mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at(0)))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(at(4))), 1));
+#else
     return __builtin_shufflevector(Load<Quad>(at(0)), Load<Quad>(at(4)), 0, 1, 2, 3, 4, 5, 6, 7);
+#endif
   } else {
     Words value;
     for (size_t quad = 0; quad < kLanes / kQuad; ++quad)
