@@ -28,7 +28,7 @@ std::atomic<bool> allocation_failed{false};
 thread_local bool armed_here = false;
 thread_local long live = 0;
 
-char failing_call[32] = "";
+std::atomic<const char*> failing_call{""};
 std::atomic<int> failing_error{0};
 std::atomic<unsigned long> failed_calls{0};
 std::atomic<long> clock_shift{0};
@@ -89,11 +89,11 @@ long LiveAllocations() {
   return live;
 }
 
-void FailCalls(const std::string& name, int error) {
+void FailCalls(const char* name, int error) {
   failing_error = 0;
   failed_calls = 0;
-  std::snprintf(failing_call, sizeof(failing_call), "%s", name.c_str());
-  if (!name.empty()) failing_error = error;
+  failing_call = name;
+  failing_error = error;
 }
 unsigned long FailedCalls() {
   return failed_calls;

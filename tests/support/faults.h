@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <string>
-
 namespace orva::test {
 
 /// Whose allocations fail.
@@ -15,8 +13,8 @@ bool AllocationFailed();
 /// Allocations of this thread that are not freed; 0 where a sanitizer owns the allocator and looks itself.
 long LiveAllocations();
 
-/// Calls of this name fail with `error` where the driver makes them, or libpcap; "": none.
-void FailCalls(const std::string& name, int error);
+/// Calls of this name fail with `error` where the driver makes them, or libpcap; with 0 none do.
+void FailCalls(const char* name, int error);
 /// How many have failed since.
 unsigned long FailedCalls();
 
