@@ -107,8 +107,8 @@ TYPED_TEST(DecoderOracle, CutsAnEndlessFrame) {
     rig.Finish();
     feed(20);
     rig.Finish();
-    EXPECT_FALSE(rig.Feed(packet, static_cast<uint16_t>(blocks - 1)));  // one point
-    feed((100000 - 1) / blocks - 50);
+    for (int i = 0; i < blocks; ++i) rig.Feed(packet, static_cast<uint16_t>(blocks - 1));  // one point each
+    feed((100000 - 1) / blocks - 50 - 1);
     EXPECT_EQ(rig.frames.size(), 3U);
     feed(1);
     EXPECT_EQ(rig.frames.size(), 4U) << "at 100000 points";
