@@ -165,8 +165,8 @@ Sensor ReadSensor(const fs::path& file, std::string_view name, const toml::table
   decoder.max_elevation = 90.0F;
   sensor.param.input_type = ONLINE;
   for (auto&& [key, node] : section) {
-    const auto known =
-        std::find_if(std::begin(kKeys), std::end(kKeys), [&](const Key& k) { return k.name == key.str(); });
+    const auto known = std::find_if(std::begin(kKeys), std::end(kKeys),
+                                    [name = key.str()](const Key& k) { return k.name == name; });
     if (known == std::end(kKeys)) {
       refuse(node, "has an unknown key '" + std::string(key.str()) + "'. Known are " + AllKeys());
     }
