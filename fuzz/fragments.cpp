@@ -19,7 +19,7 @@ void Dissect(int link_type, const uint8_t* data, size_t size) {
   uint64_t records = 0;
   int64_t time = 0;
   for (size_t at = 0; at + 4 <= size;) {
-    const size_t length = std::min<size_t>(data[at] | data[at + 1] << 8, size - at - 4);
+    const size_t length = std::min(size_t{data[at]} | size_t{data[at + 1]} << 8, size - at - 4);
     const size_t missing = data[at + 2] % 8;
     time += data[at + 3];
     // Of its own, so that a sanitizer sees a step beyond its end.
