@@ -113,6 +113,13 @@ TEST(ToolInfo, SurvivesWhatIsNoRecording) {
   const Outcome cut = Orva("info " + path);
   EXPECT_EQ(cut.exit_code, 0);
   EXPECT_THAT(cut.text, HasSubstr("breaks off"));
+  // A recording of what the driver skips is a failure, and its report valid whatever its name is.
+  const std::string odd = folder.Path() + "/it\xFF\xC3\xA4 $.pcap";
+  CaptureFile(odd).Record(EthernetFrame(Ipv4Udp(7000, Bytes(1104, 7)), 0x8100));
+  const Outcome vlan = Orva("info --json '" + odd + "'");
+  EXPECT_EQ(vlan.exit_code, 1);
+  EXPECT_THAT(vlan.text, HasSubstr("/it\\ufffd\xC3\xA4 $.pcap\""));
+  EXPECT_THAT(vlan.text, HasSubstr("1 records: VLAN-tagged"));
   EXPECT_EQ(Orva("info " + folder.Path()).exit_code, 1);
   EXPECT_EQ(Orva("info /dev/null").exit_code, 1);
 }

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "shared/failure.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -46,6 +47,12 @@ Packing PackingOf(const uint8_t* start, size_t size) {
 
 void CheckCapture(const std::filesystem::path& path) {
   const std::string name = path.string();
+  std::error_code ignored;
+  if (const auto type = std::filesystem::status(path, ignored).type();
+      type == std::filesystem::file_type::fifo || type == std::filesystem::file_type::socket ||
+      type == std::filesystem::file_type::character) {
+    throw Failure(name + " is no regular file. Give the recording itself, a pcap or pcapng file.");
+  }
   const RecordingFile file = OpenRecordingFile(path);
   std::array<uint8_t, 4> start = {};
   const std::size_t size = std::fread(start.data(), 1, start.size(), file.get());
@@ -53,7 +60,7 @@ void CheckCapture(const std::filesystem::path& path) {
     throw Failure(name + " is empty: the recording was never written. Record it again.");
   }
   if (PackingOf(start.data(), size) != Packing::kNone) {
-    throw Failure(name + " is compressed, which the driver does not read. 'orva extract " + name +
+    throw Failure(name + " is compressed, which the driver does not read. 'orva extract " + ShellWord(name) +
                   " plain.pcap' unpacks it.");
   }
   std::uint32_t magic = 0;

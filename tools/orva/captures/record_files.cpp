@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+#include "shared/failure.h"
+
 namespace orva {
 namespace {
 
@@ -23,7 +25,35 @@ std::string Numbered(const std::string& path, std::uint64_t number) {
   return whole.parent_path() / name;
 }
 
+/// "drive_0012.pcap" for "drive.pcap".
+bool IsNumbered(const fs::path& file, const fs::path& path) {
+  const std::string name = file.stem().string();
+  const std::string start = path.stem().string() + "_";
+  return file.extension() == path.extension() && name.size() >= start.size() + 4 &&
+         name.compare(0, start.size(), start) == 0 &&
+         name.find_first_not_of("0123456789", start.size()) == std::string::npos;
+}
+
+bool Rotates(const RotationLimits& limits) {
+  return limits.megabytes > 0.0 || limits.seconds > 0.0;
+}
+
 }  // namespace
+
+void RefuseEarlierFiles(const std::string& path, const RotationLimits& limits, Existing existing) {
+  if (!Rotates(limits)) {
+    RefuseExisting(path, existing);
+    return;
+  }
+  const fs::path folder = fs::path(path).parent_path();
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator(folder.empty() ? fs::path(".") : folder, ignored)) {
+    if (IsNumbered(entry.path(), path)) {
+      throw Failure(entry.path().string() +
+                    " is of an earlier recording of this name. Choose another name, or move its files away.");
+    }
+  }
+}
 
 RecordFiles::RecordFiles(std::string path, const RotationLimits& limits, const sim::CaptureOptions& capture)
     : path_(std::move(path)), limits_(limits), capture_(capture) {
@@ -61,8 +91,7 @@ bool RecordFiles::Full(const sim::TimedPacket& next) const {
 }
 
 void RecordFiles::Open() {
-  const bool rotates = limits_.megabytes > 0.0 || limits_.seconds > 0.0;
-  names_.push_back(rotates ? Numbered(path_, opened_) : path_);
+  names_.push_back(Rotates(limits_) ? Numbered(path_, opened_) : path_);
   ++opened_;
   first_packet_.reset();
   // Room for the new file first: a disk that holds the files kept must do.

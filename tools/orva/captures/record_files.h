@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "formats/output_file.h"
 #include "sim/capture_writer.h"
 
 namespace orva {
@@ -17,6 +18,11 @@ struct RotationLimits {
   double seconds = 0.0;    ///< that a file takes from its first packet on; 0: no limit
   std::uint64_t kept = 0;  ///< latest files that are kept; 0: all
 };
+
+/// Throws Failure where a recording would replace a file, or be mixed with the numbered files of an earlier
+/// one. The latter also with Existing::kReplace: what is left of a longer recording would pass for a part of
+/// this one.
+void RefuseEarlierFiles(const std::string& path, const RotationLimits& limits, Existing existing);
 
 /// The capture files of a recording. With a limit they are numbered, NAME_0000.pcap and so on, else there is
 /// the one file. What was written stays, whatever happens: see sim::CaptureOptions::keep_unfinished. The

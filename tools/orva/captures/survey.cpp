@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -34,10 +35,14 @@ constexpr auto kLineModels = tevoro::lidar::kLinePacketConstants;
 
 /// A scan over all ports would otherwise fill the memory. Kinds that a sensor sends have room of their own.
 constexpr size_t kMostStreams = 256;
+constexpr uint64_t kRecordsPerStep = 4096;  ///< of the progress
 /// The driver's packet buffers hold no more.
 constexpr size_t kLongestPayload = 1546;
 constexpr size_t kUdpHeader = 8;
 constexpr size_t kIpv4Source = 12;  ///< bytes into the header
+
+constexpr size_t kGrid = 192 * 128;  ///< measurements of a TS4A, TS4B or TS6 in a frame
+constexpr uint64_t kLines = 56;      ///< packets of an NV2 in a frame
 
 constexpr uint16_t kIpv4 = 0x0800;
 constexpr uint16_t kIpv6 = 0x86DD;
@@ -117,24 +122,28 @@ bool LooksLikeGrid(const uint8_t* packet, size_t first, size_t stride, size_t bl
 
 void LookForFrames(Stream& stream, const uint8_t* packet, size_t length, int64_t time) {
   uint16_t after = 0;
-  const auto ends = [&](size_t first, size_t stride, uint16_t blocks) {
-    return FindFrameEnd(packet, first, stride, blocks, after);
+  const auto look = [&](FrameEnds& frames, size_t first, size_t stride, uint16_t blocks) {
+    frames.whole_frame = kGrid / blocks;
+    const bool ends = FindFrameEnd(packet, first, stride, blocks, after);
+    frames.Packet(time, ends, ends && after < blocks);
   };
   if (length == kTs4b.MSOP_LEN) {
     using Block = OrvaTS4BMsopBlock;
-    stream.primary.Packet(time, ends(Block::kFirst, Block::kStride, kTs4b.BLOCKS_PER_PKT));
-    stream.as_ts4a.Packet(time, ends(Ts4a::kFirstBlock, Ts4a::kBlockStride, kTs4b.BLOCKS_PER_PKT));
+    look(stream.primary, Block::kFirst, Block::kStride, kTs4b.BLOCKS_PER_PKT);
+    look(stream.as_ts4a, Ts4a::kFirstBlock, Ts4a::kBlockStride, kTs4b.BLOCKS_PER_PKT);
     stream.looks_like_primary += LooksLikeGrid(packet, Block::kFirst, Block::kStride, kTs4b.BLOCKS_PER_PKT);
     stream.looks_like_ts4a +=
         LooksLikeGrid(packet, Ts4a::kFirstBlock, Ts4a::kBlockStride, kTs4b.BLOCKS_PER_PKT);
   } else if (length == kTs6.MSOP_LEN) {
     using Block = OrvaTS6MsopBlock;
-    stream.primary.Packet(time, ends(Block::kFirst, Block::kStride, kTs6.BLOCKS_PER_PKT));
+    look(stream.primary, Block::kFirst, Block::kStride, kTs6.BLOCKS_PER_PKT);
     stream.looks_like_primary += LooksLikeGrid(packet, Block::kFirst, Block::kStride, kTs6.BLOCKS_PER_PKT);
   } else {
     const auto line = static_cast<uint8_t>(Nv2::Line::Read(packet));
     const bool started = stream.packets.count > 1;
-    stream.primary.Packet(time, started && line < stream.previous_line);
+    // The packet that shows a frame end belongs to the frame before it, whole.
+    stream.primary.whole_frame = kLines;
+    stream.primary.Packet(time, started && line < stream.previous_line, false);
     stream.looks_like_primary += line < kLineModels.LASER_NUM && (!started || line != stream.previous_line);
     stream.previous_line = line;
   }
@@ -195,10 +204,13 @@ double Timeline::Rate() const {
   return last > first ? static_cast<double>(count - 1) * 1e6 / static_cast<double>(last - first) : 0.0;
 }
 
-void FrameEnds::Packet(int64_t time, bool ends_frame) {
+void FrameEnds::Packet(int64_t time, bool ends_frame, bool measures_after) {
   ++packets_since;
+  measures_on = !ends_frame || measures_after;
   if (!ends_frame) return;
   if (ends.count > 0) {
+    incomplete += packets_since < whole_frame;
+    merged += whole_frame > 0 && packets_since > whole_frame;
     fewest_packets = fewest_packets == 0 ? packets_since : std::min(fewest_packets, packets_since);
     most_packets = std::max(most_packets, packets_since);
   }
@@ -210,13 +222,10 @@ bool IsModelLength(size_t length) {
   return length == kTs4b.MSOP_LEN || length == kTs6.MSOP_LEN || length == kLineModels.MSOP_LEN;
 }
 
-Survey SurveyCapture(const std::string& path) {
-  std::error_code ignored;
-  if (std::filesystem::exists(path, ignored) && !std::filesystem::is_directory(path, ignored) &&
-      !std::filesystem::is_regular_file(path, ignored)) {
-    throw Failure(path + " is no regular file. Give the recording itself, a pcap or pcapng file.");
-  }
+Survey SurveyCapture(const std::string& path, const SurveyProgress& progress) {
   CheckCapture(path);
+  std::error_code no_size;
+  const auto size = static_cast<double>(std::filesystem::file_size(path, no_size));
   char error[PCAP_ERRBUF_SIZE] = "";
   const std::unique_ptr<pcap_t, CloseCapture> capture(pcap_open_offline(path.c_str(), error));
   if (capture == nullptr) {
@@ -237,6 +246,10 @@ Survey SurveyCapture(const std::string& path) {
   while ((result = pcap_next_ex(capture.get(), &header, &record)) == 1) {
     const int64_t time = MicrosecondsOf(header->ts);
     survey.records.Add(time);
+    if (survey.records.count % kRecordsPerStep == 0 &&
+        !progress(no_size ? 0.0 : static_cast<double>(std::ftell(pcap_file(capture.get()))) / size)) {
+      throw Failure("interrupted while reading the recording; nothing was written.");
+    }
     if (!survey.supported) continue;
     const Datagram datagram = Dissect(survey.link_type, *header, record);
     if (datagram.skip) {

@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -32,10 +33,17 @@ struct Timeline {
 struct FrameEnds {
   Timeline ends;
   uint64_t packets_since = 0;
+  uint64_t whole_frame = 0;     ///< packets of a complete frame; 0: not known
+  uint64_t incomplete = 0;      ///< frames that lack packets, the first and the last left out
+  uint64_t merged = 0;          ///< frames of too many packets: an end between two of them is missing
+  bool measures_on = false;     ///< measurements follow the last end
   uint64_t fewest_packets = 0;  ///< from one frame end to the next; 0 before there are two
   uint64_t most_packets = 0;
 
-  void Packet(int64_t time, bool ends_frame);
+  /// `measures_on`: measurements follow the frame end in the packet.
+  void Packet(int64_t time, bool ends_frame, bool measures_on);
+  /// As replay counts them: a recording that ends with a frame end ends with that frame.
+  uint64_t Frames() const { return ends.count + (measures_on ? 1 : 0); }
 };
 
 /// What a payload looks like, however it was sent.
@@ -87,8 +95,12 @@ struct Survey {
 /// Does a model send packets of this length?
 bool IsModelLength(size_t length);
 
-/// Reads a whole capture, in memory that does not grow with it. Throws Failure where it is none.
-Survey SurveyCapture(const std::string& path);
+/// Called now and then with the share of the file that has been read, 0 to 1; false ends the reading.
+using SurveyProgress = std::function<bool(double share)>;
+
+/// Reads a whole capture, in memory that does not grow with it. Throws Failure where it is none, and where
+/// `progress` ends it.
+Survey SurveyCapture(const std::string& path, const SurveyProgress& progress);
 
 }  // namespace orva
 

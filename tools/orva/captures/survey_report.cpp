@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "captures/verdict.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -150,19 +152,40 @@ std::string SkippedTable(const Survey& survey) {
 }
 
 std::string FrameLines(const FrameEnds& frames) {
-  if (frames.ends.count == 0) return "  Frames: no frame end.\n";
-  std::string text = Format("  Frames: %llu frame ends", Count(frames.ends.count));
+  if (frames.ends.count == 0) return Format("  Frames: %llu, without a frame end.\n", Count(frames.Frames()));
+  std::string text =
+      Format("  Frames: %llu, with %llu frame ends", Count(frames.Frames()), Count(frames.ends.count));
   if (frames.most_packets > 0) {
     text += Format(", %.2f a second, %llu to %llu packets each", frames.ends.Rate(),
                    Count(frames.fewest_packets), Count(frames.most_packets));
   }
-  return text + "\n";
+  text += "\n";
+  if (frames.incomplete + frames.merged > 0) {
+    text += Format(
+        "  NOT WHOLE: %llu frames lack packets, %llu are merged with the next (a whole one has %llu "
+        "packets).\n",
+        Count(frames.incomplete), Count(frames.merged), Count(frames.whole_frame));
+  }
+  return text;
+}
+
+/// The command that shows the verdict's frames, as a shell takes it.
+std::string TryLine(const Survey& survey, const Verdict& verdict) {
+  const std::string path = survey.path.rfind('-', 0) == 0 ? "./" + survey.path : survey.path;
+  std::string command =
+      "orva replay " + ShellWord(path) + Format(" --port %u", static_cast<unsigned>(verdict.port));
+  if (verdict.models.size() > 1) return "  Try: " + command + " --model MODEL, with the model of the label\n";
+  const std::string& model = verdict.models.front();
+  const bool calibrated = model == "TS4B" || model == "TS6";
+  return "  Try: " + command + " --model " + model + (calibrated ? " --calib FOLDER" : "") + "\n";
 }
 
 std::string VerdictText(const Survey& survey, const Verdict& verdict) {
   const bool certain = verdict.models.size() == 1;
   std::string text = Format("\nPort %u: %s%s\n", static_cast<unsigned>(verdict.port),
-                            certain ? "likely a " : "ambiguous, ", Join(verdict.models, " or ").c_str());
+                            certain ? (verdict.models.front().front() == 'N' ? "likely an " : "likely a ")
+                                    : "cannot be told apart, ",
+                            Join(verdict.models, " or ").c_str());
   text += "  Why: " + verdict.why + ".\n";
   if (!certain) text += "  What settles it: " + verdict.settle + ".\n";
   text += FrameLines(*verdict.frames);
@@ -174,22 +197,41 @@ std::string VerdictText(const Survey& survey, const Verdict& verdict) {
   if (packets.steps_back > 0) {
     text += Format("  The capture's clock goes back %llu times.\n", Count(packets.steps_back));
   }
-  text += "  Try: orva replay " + survey.path + Format(" --port %u", static_cast<unsigned>(verdict.port)) +
-          " --model " + verdict.models.front() + "\n";
-  return text;
+  return text + TryLine(survey, verdict);
 }
 
+/// Bytes of the character that opens a text of bytes from 0x80 on; 0 where it is no UTF-8.
+size_t Utf8Length(std::string_view text) {
+  const auto byte = [&text](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
+  const unsigned first = byte(0);
+  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0U) != 0x80) return 0;
+  }
+  const unsigned second = byte(1);
+  const bool overlong = first < 0xC2 || (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+  const bool beyond = first > 0xF4 || (first == 0xF4 && second > 0x8F) || (first == 0xED && second > 0x9F);
+  return overlong || beyond ? 0 : length;
+}
+
+/// As a string of JSON, valid whatever bytes a file's name holds.
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
-  for (const char c : text) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
     const auto byte = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       quoted += '\\';
       quoted += c;
     } else if (byte < 0x20 || byte == 0x7F) {
       quoted += Format("\\u%04x", static_cast<unsigned>(byte));
-    } else {
+    } else if (byte < 0x80) {
       quoted += c;
+    } else if (const size_t length = Utf8Length(std::string_view(text).substr(i)); length > 0) {
+      quoted += text.substr(i, length);
+      i += length - 1;
+    } else {
+      quoted += "\\ufffd";
     }
   }
   return quoted + '"';
@@ -273,12 +315,41 @@ std::string JsonReport(const Survey& survey) {
         Format("{\"port\":%u,\"models\":[%s],\"ambiguous\":%s,\"why\":", static_cast<unsigned>(verdict.port),
                Join(models, ",").c_str(), models.size() > 1 ? "true" : "false") +
         Quoted(verdict.why) + ",\"settled_by\":" + Quoted(verdict.settle) +
+        Format(",\"frames\":%llu,\"incomplete_frames\":%llu,\"merged_frames\":%llu", Count(frames.Frames()),
+               Count(frames.incomplete), Count(frames.merged)) +
         Format(",\"frame_ends\":%llu,\"frames_per_second\":%.3f,\"fewest_packets\":%llu,"
                "\"most_packets\":%llu}",
                Count(frames.ends.count), frames.ends.Rate(), Count(frames.fewest_packets),
                Count(frames.most_packets)));
   }
   return json + ",\"sensors\":[" + Join(items, ",") + "]}\n";
+}
+
+bool GivesFrames(const Survey& survey) {
+  return survey.supported && !Judge(survey).empty();
+}
+
+std::string WhyNothing(const Survey& survey, uint16_t port) {
+  std::string text = "the driver gets no frame out of " + survey.path;
+  text += port == 0
+              ? ":\n"
+              : Format(": nothing that it reads was sent to UDP port %u.\n", static_cast<unsigned>(port));
+  if (!survey.supported) text += "- it does not read the link type " + survey.link_name + "\n";
+  for (size_t i = 0; i < kSkips; ++i) {
+    if (survey.skipped[i] > 0) {
+      text += Format("- %llu records: ", Count(survey.skipped[i])) + kSkipTexts[i].text + "\n";
+    }
+  }
+  for (const Verdict& verdict : Judge(survey)) {
+    text += Format("- %llu packets of a sensor (", Count(verdict.stream->packets.count)) +
+            Join(verdict.models, " or ") +
+            Format(") were sent to port %u: give that with --port\n", static_cast<unsigned>(verdict.port));
+  }
+  const uint64_t others = Packets(survey, false, false) + Packets(survey, true, false) + survey.unlisted;
+  if (others > 0) text += Format("- %llu UDP packets are no sensor's\n", Count(others));
+  if (survey.records.count == 0) text += "- it holds no record\n";
+  return text + "'orva info " + ShellWord(survey.path) +
+         "' tells more; 'orva extract' can put much of it right.";
 }
 
 }  // namespace orva

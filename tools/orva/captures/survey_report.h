@@ -2,6 +2,7 @@
 #ifndef ORVA_TOOLS_CAPTURES_SURVEY_REPORT_H_
 #define ORVA_TOOLS_CAPTURES_SURVEY_REPORT_H_
 
+#include <cstdint>
 #include <string>
 
 #include "captures/survey.h"
@@ -13,6 +14,12 @@ std::string TextReport(const Survey& survey);
 
 /// One JSON object and a line end. Times are seconds, those of the capture since the epoch.
 std::string JsonReport(const Survey& survey);
+
+/// Does the driver get a frame out of the recording, of some model and port?
+bool GivesFrames(const Survey& survey);
+
+/// Why a replay of this port (0: of all) finds no packet, and what to do.
+std::string WhyNothing(const Survey& survey, uint16_t port);
 
 }  // namespace orva
 

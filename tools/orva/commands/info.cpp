@@ -6,7 +6,10 @@
 #include "captures/survey.h"
 #include "captures/survey_report.h"
 #include "commands/commands.h"
+#include "shared/failure.h"
+#include "shared/interrupt.h"
 #include "shared/standard_output.h"
+#include "shared/terminal.h"
 
 namespace orva {
 namespace {
@@ -14,6 +17,7 @@ namespace {
 constexpr const char* kExamples =
     "The report goes to standard output. GAP S is the longest time between two\n"
     "packets, PAUSES are gaps of more than 0.1 s.\n"
+    "Exit codes: 0 the driver gets frames out of it, 1 it gets none, 2 wrong usage.\n"
     "Examples:\n"
     "  orva info street.pcap\n"
     "  orva info street.pcap --json | jq '.sensors[0].models'\n";
@@ -32,8 +36,17 @@ void AddInfo(CLI::App& app) {
   command->add_flag("--json", options->json, "The report as one JSON object");
   command->footer(kExamples);
   command->callback([options] {
-    const Survey survey = SurveyCapture(options->path);
+    Survey survey;
+    {
+      CatchInterrupts();
+      Progress progress("reading the recording", 100);
+      survey = SurveyCapture(options->path, [&progress](double share) {
+        progress.Step(static_cast<int>(share * 100.0));
+        return !Interrupted();
+      });
+    }
     PrintResult(options->json ? JsonReport(survey) : TextReport(survey));
+    if (!GivesFrames(survey)) throw Failure(WhyNothing(survey, 0));
   });
 }
 

@@ -20,6 +20,7 @@
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 #include "shared/terminal.h"
 #include "shared/words.h"
 
@@ -99,6 +100,10 @@ class StatusLine {
     if (!losses.empty()) {
       line += "  " + losses;
     }
+    const std::string refused = RefusalText(statistics);
+    if (!refused.empty()) {
+      line += "  refused: " + refused;
+    }
     if (counts.missed > 0) {
       line += "  not stored: " + std::to_string(counts.missed);
     }
@@ -153,7 +158,7 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
   RequireArrivals(options.param, statistics);
   if (statistics.decoded == 0 && statistics.refused_length + statistics.refused_identifier > 0) {
     throw Failure("what arrives on port " + std::to_string(options.param.input_param.msop_port) +
-                  " are no packets of the model " + model.name + " (" + LossText(statistics) +
+                  " are no packets of the model " + model.name + " (" + RefusalText(statistics) +
                   "). Check --model and --port.");
   }
   if (!model.has_points) {
@@ -171,6 +176,9 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
   }
   if (!silence.empty()) {
     Warn(silence + ".");
+  }
+  if (const std::string refused = RefusalText(statistics); !refused.empty()) {
+    Warn("refused: " + refused + ".");
   }
   if (!losses.empty()) {
     Warn(losses + ".");
@@ -260,9 +268,7 @@ void AddLive(CLI::App& app) {
   const auto options = std::make_shared<LiveOptions>();
   AddSourceOptions(*command, options->param);
   AddDurationOption(*command, options->seconds);
-  command->add_option("--frames", options->frames, "End after so many frames")
-      ->check(CLI::PositiveNumber)
-      ->type_name("N");
+  AddNumber(*command, "--frames", options->frames, 1, kMostCounted, "End after so many frames");
   AddExportOptions(*command, options->files);
   command->add_option("--imu", options->imu, "File for the IMU samples (CSV; TS6 and NV2)")
       ->type_name("FILE");

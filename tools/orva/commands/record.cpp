@@ -19,6 +19,7 @@
 
 #include "captures/record_files.h"
 #include "commands/commands.h"
+#include "formats/frame_export.h"
 #include "formats/output_file.h"
 #include "sessions/driver_options.h"
 #include "sessions/other_listeners.h"
@@ -27,6 +28,7 @@
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 #include "shared/terminal.h"
 
 namespace orva {
@@ -49,6 +51,7 @@ struct RecordOptions {
   RotationLimits limits;
   double seconds = 0.0;
   std::uint64_t packets = 0;
+  Existing existing = Existing::kKeep;
 };
 
 /// Packets one behind the other, in memory that is used again.
@@ -125,13 +128,8 @@ class Tap {
   OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
 };
 
-std::string Losses(const DriverStatistics& statistics, std::uint64_t missed, bool checked) {
-  DriverStatistics shown = statistics;
-  if (!checked) {
-    shown.refused_length = 0;
-    shown.refused_identifier = 0;
-  }
-  std::string text = LossText(shown);
+std::string Losses(const DriverStatistics& statistics, std::uint64_t missed) {
+  std::string text = LossText(statistics);
   if (missed > 0) {
     text += (text.empty() ? "" : "; ") + std::to_string(missed) + " not stored, the disk is too slow";
   }
@@ -150,7 +148,7 @@ sim::CaptureOptions CaptureOf(const InputParam& input) {
 }
 
 /// Writes until the end that the options set, or Ctrl-C.
-void WriteAll(const RecordOptions& options, bool checked, Tap& tap, RecordFiles& files) {
+void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
   const Clock::time_point start = Clock::now();
   const auto elapsed = [start] { return std::chrono::duration<double>(Clock::now() - start).count(); };
   double last_line = 0.0;
@@ -184,7 +182,7 @@ void WriteAll(const RecordOptions& options, bool checked, Tap& tap, RecordFiles&
       std::snprintf(text.data(), text.size(), "%4.0f s %8.0f packets/s %6.2f MB/s %10llu packets", now,
                     rate(files.packets() - packets_before), rate(files.payload_bytes() - bytes_before) / 1e6,
                     static_cast<unsigned long long>(files.packets()));
-      const std::string losses = Losses(tap.Statistics(), tap.Missed(), checked);
+      const std::string losses = Losses(tap.Statistics(), tap.Missed());
       Say(text.data() + (losses.empty() ? "" : "  " + losses));
       last_line = now;
       packets_before = files.packets();
@@ -205,6 +203,7 @@ void Record(RecordOptions& options) {
   if (!parent.empty()) {
     MakeFolder(parent);
   }
+  RefuseEarlierFiles(options.file, options.limits, options.existing);
   RecordFiles files(options.file, options.limits, CaptureOf(options.param.input_param));
   CatchInterrupts();
   WarnOfOtherListeners(options.param.input_param);
@@ -212,7 +211,7 @@ void Record(RecordOptions& options) {
   Say("recording UDP port " + std::to_string(options.param.input_param.msop_port) + " to " + files.latest() +
       "; Ctrl-C ends");
   try {
-    WriteAll(options, checked, tap, files);
+    WriteAll(options, tap, files);
     files.Finish();
   } catch (const std::exception& error) {
     throw Failure(std::string(error.what()) + ". The recording ends here; its " +
@@ -227,7 +226,13 @@ void Record(RecordOptions& options) {
   }
   Say(std::to_string(files.packets()) + " packets, " + std::to_string(files.payload_bytes()) +
       " bytes are in " + where);
-  const std::string losses = Losses(statistics, tap.Missed(), checked);
+  const std::string refused = RefusalText(statistics);
+  if (checked && !refused.empty()) {
+    Say("Not of " + OneOf(options.param.lidar_type) + ": " + refused +
+        (statistics.not_for_us > 0 ? "; the empty ones are not recorded, the others are."
+                                   : "; recorded all the same."));
+  }
+  const std::string losses = Losses(statistics, tap.Missed());
   Say(losses.empty() ? "No packet was lost on this machine." : losses);
 }
 
@@ -240,21 +245,17 @@ void AddRecord(CLI::App& app) {
   AddListenOptions(*command, options->param.input_param);
   AddModelOption(*command, options->param.lidar_type)
       ->description("Sensor model: counts packets that are not of it, and records them too");
-  command
-      ->add_option("--rotate-size", options->limits.megabytes,
-                   "Begin a new file before one exceeds 10^6 bytes")
-      ->check(CLI::PositiveNumber)
+  AddNumber(*command, "--rotate-size", options->limits.megabytes, 0.001, 1e6,
+            "Begin a new file before one exceeds so many 10^6 bytes")
       ->type_name("MB");
-  command->add_option("--rotate-time", options->limits.seconds, "Begin a new file after so many seconds")
-      ->check(CLI::PositiveNumber)
+  AddNumber(*command, "--rotate-time", options->limits.seconds, 0.1, 1e7,
+            "Begin a new file after so many seconds")
       ->type_name("S");
-  command->add_option("--keep", options->limits.kept, "Of these files, keep the latest so many")
-      ->check(CLI::PositiveNumber)
-      ->type_name("N");
+  AddNumber(*command, "--keep", options->limits.kept, 1, 1'000'000,
+            "Of these files, keep the latest so many");
+  AddForceOption(*command, options->existing);
   AddDurationOption(*command, options->seconds);
-  command->add_option("--packets", options->packets, "End after so many packets")
-      ->check(CLI::PositiveNumber)
-      ->type_name("N");
+  AddNumber(*command, "--packets", options->packets, 1, 1'000'000'000'000, "End after so many packets");
   command->footer(kExamples);
   command->callback([options] { Record(*options); });
 }

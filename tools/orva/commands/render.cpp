@@ -20,6 +20,7 @@
 #include "shared/frame_table.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 #include "shared/terminal.h"
 
 namespace orva {
@@ -43,6 +44,7 @@ struct RenderOptions {
   std::string view = "both";
   std::optional<ColourBy> colour;
   float range = 0.0F;
+  Existing existing = Existing::kKeep;
 };
 
 /// Draws what the options ask for, and tells the names.
@@ -61,12 +63,14 @@ void Draw(const RenderOptions& options, const Cloud& cloud, const std::string& n
   if (options.view != "range") {
     const ColourScale scale(options.colour.value_or(ColourBy::kIntensity), cloud);
     const fs::path path = fs::path(options.out) / (name + "_birdseye.png");
+    RefuseExisting(path, options.existing);
     WritePng(DrawBirdsEye(cloud, scale, {title + ", bird's-eye view", subtitle}, options.range), path);
     Say(path.string());
   }
   if (options.view != "birdseye") {
     const ColourScale scale(options.colour.value_or(ColourBy::kDistance), cloud);
     const fs::path path = fs::path(options.out) / (name + "_range.png");
+    RefuseExisting(path, options.existing);
     WritePng(DrawRangeImage(cloud, scale, {title + ", seen from the sensor", subtitle}), path);
     Say(path.string());
   }
@@ -137,10 +141,10 @@ void AddRender(CLI::App& app) {
           "intensity or distance; default: one view of each")
       ->check(CLI::IsMember({"distance", "intensity"}))
       ->type_name("NAME");
-  command->add_option("--range", options->range, "Bird's-eye view, metres; 0 fits the frame")
-      ->check(CLI::Range(0.0F, 10000.0F))
-      ->capture_default_str()
+  AddNumber(*command, "--range", options->range, 0.0F, 10000.0F, "Bird's-eye view, metres; 0 fits the frame")
+      ->default_str("0")
       ->type_name("M");
+  AddForceOption(*command, options->existing);
   command->footer(kExamples);
   command->callback([options] { Render(*options); });
 }

@@ -10,10 +10,12 @@
 #include <thread>
 
 #include "commands/commands.h"
+#include "formats/frame_export.h"
 #include "formats/output_file.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 #include "shared/words.h"
 #include "sim/calibration_server.h"
 #include "sim/capture_writer.h"
@@ -35,15 +37,21 @@ struct SimulateOptions {
   uint16_t command_port = 6690;
   sim::StreamFaults stream_faults;
   sim::ReplyFaults reply_faults;
+  int late_ms = 0;
+  Existing existing = Existing::kKeep;
 };
 
 void Record(const SimulateOptions& options) {
   sim::Sensor sensor(options.sensor);
   const sim::Model& model = sensor.GetModel();
+  RefuseExisting(options.file, options.existing);
   std::string folder;
   if (model.has_calibration) {
     folder = options.calibration_folder;
     if (folder.empty()) folder = std::filesystem::path(options.file).replace_extension("calib").string();
+    for (const char* name : {"azimuth.csv", "elevation.csv", "weight.csv", "near_filter.csv"}) {
+      RefuseExisting(std::filesystem::path(folder) / name, options.existing);
+    }
     sim::WriteCalibrationFolder(sensor.GetCalibration(), model, folder);
   }
   const auto parent = std::filesystem::path(options.file).parent_path();
@@ -99,15 +107,15 @@ void Stream(const SimulateOptions& options) {
                static_cast<unsigned long long>(counts.disturbed), server.Requests().size());
 }
 
-void Simulate(SimulateOptions& options, bool frames_given) {
+void Simulate(SimulateOptions& options) {
   if (options.live != options.file.empty()) {
     throw WrongUsage(options.live ? "--live sends packets and writes no file: leave FILE out"
                                   : "name the recording to write, or say --live");
   }
   if (!options.live && options.sensor.frames == 0) {
-    if (frames_given) throw WrongUsage("a recording needs at least one frame");
     options.sensor.frames = kDefaultFrames;
   }
+  options.reply_faults.late = std::chrono::milliseconds(options.late_ms);
   CatchInterrupts();
   try {
     options.live ? Stream(options) : Record(options);
@@ -118,29 +126,26 @@ void Simulate(SimulateOptions& options, bool frames_given) {
 
 void AddFaultOptions(CLI::App& command, SimulateOptions& options) {
   constexpr const char* kGroup = "Misbehaviour (with --live)";
+  CLI::Option* live = command.get_option("--live");
   const auto share = [&](const char* name, double& value, const char* help) {
-    command.add_option(name, value, help)->check(CLI::Range(0.0, 1.0))->type_name("SHARE")->group(kGroup);
+    AddNumber(command, name, value, 0.0, 1.0, help)->needs(live)->type_name("SHARE")->group(kGroup);
   };
-  share("--drop", options.stream_faults.drop, "Packets that get lost, 0 to 1");
+  share("--drop", options.stream_faults.drop, "Packets that get lost");
   share("--duplicate", options.stream_faults.duplicate, "Packets that are sent twice");
   share("--reorder", options.stream_faults.reorder, "Packets that change places with the next");
   share("--corrupt", options.stream_faults.corrupt, "Packets with a byte changed, half in its ID");
   share("--wrong-length", options.stream_faults.wrong_length, "Packets with a byte too many or too few");
   share("--garble-replies", options.reply_faults.garbled, "Calibration replies that are random bytes");
   command.add_flag("--silent", options.reply_faults.silent, "Never answer a calibration request")
+      ->needs(live)
       ->group(kGroup);
-  command
-      .add_option_function<int>(
-          "--late-replies", [&options](int ms) { options.reply_faults.late = std::chrono::milliseconds(ms); },
-          "Pause before each calibration reply")
-      ->check(CLI::Range(0, 10000))
+  AddNumber(command, "--late-replies", options.late_ms, 0, 10000, "Pause before each calibration reply")
+      ->needs(live)
       ->type_name("MS")
       ->group(kGroup);
-  command
-      .add_option("--repeat-replies", options.reply_faults.repeats,
-                  "Further copies of each calibration reply")
-      ->check(CLI::Range(0, 100))
-      ->type_name("N")
+  AddNumber(command, "--repeat-replies", options.reply_faults.repeats, 0, 100,
+            "Further copies of each calibration reply")
+      ->needs(live)
       ->group(kGroup);
 }
 
@@ -162,43 +167,40 @@ void AddSimulate(CLI::App& app) {
       ->check(CLI::IsMember(sim::SceneNames()))
       ->capture_default_str()
       ->type_name("NAME");
-  CLI::Option* frames =
-      command->add_option("--frames", sensor.frames, "Frames; default: 20, endless with --live")
-          ->type_name("N");
-  command->add_option("--seed", sensor.seed, "Unit number; varies street and noise too")
-      ->capture_default_str()
-      ->type_name("N");
-  command->add_option("--rate", sensor.rate, "Frames per second")->capture_default_str()->type_name("HZ");
-  command->add_option("--noise", sensor.noise, "Standard deviation of a distance, metres")
-      ->capture_default_str()
-      ->type_name("M");
-  command->add_option("--dropout", sensor.dropout, "Share of the echoes that get lost, 0 to 1")
-      ->capture_default_str()
-      ->type_name("SHARE");
-  command->add_option("--phase", sensor.grid_phase, "Blocks missing at the start; moves the marker")
-      ->capture_default_str()
-      ->type_name("N");
-  command->add_option("--port", options->capture.destination_port, "UDP port that the packets go to")
-      ->check(CLI::Range(1, 65535))
-      ->capture_default_str()
-      ->type_name("N");
+  CLI::Option* live =
+      command->add_flag("--live", options->live, "Send the packets, and answer calibration requests");
+  AddNumber(*command, "--frames", sensor.frames, 1, kMostCounted, "Frames; default: 20, endless with --live");
+  const auto number = [command](const char* name, auto& value, auto least, auto most, const char* help) {
+    return AddNumber(*command, name, value, least, most, help)->default_str(NumberText(value));
+  };
+  number("--seed", sensor.seed, 0U, 4'294'967'295U, "Unit number; varies street and noise too");
+  number("--rate", sensor.rate, 0.1, 100.0, "Frames per second")->type_name("HZ");
+  number("--noise", sensor.noise, 0.0, 100.0, "Standard deviation of a distance, metres")->type_name("M");
+  number("--dropout", sensor.dropout, 0.0, 1.0, "Share of the echoes that get lost")->type_name("SHARE");
+  number("--phase", sensor.grid_phase, 0U, 24575U, "Blocks missing at the start; moves the marker");
+  number("--port", options->capture.destination_port, uint16_t{1}, uint16_t{65535},
+         "UDP port that the packets go to");
   command->add_option("--calib", options->calibration_folder, "Calibration folder; default: FILE with .calib")
+      ->excludes(live)
       ->type_name("FOLDER");
   command->add_option("--framing", options->capture.framing, "How the recording frames its packets")
       ->transform(CLI::CheckedTransformer(framings).description(""))
+      ->excludes(live)
       ->type_name("ethernet|cooked|cooked2|raw|loopback");
-  command->add_flag("--nanoseconds", options->capture.nanoseconds, "Record times to the nanosecond");
-  command->add_flag("--ip-options", options->capture.ip_options, "Give each packet IPv4 options");
-  command->add_flag("--live", options->live, "Send the packets, and answer calibration requests");
+  command->add_flag("--nanoseconds", options->capture.nanoseconds, "Record times to the nanosecond")
+      ->excludes(live);
+  command->add_flag("--ip-options", options->capture.ip_options, "Give each packet IPv4 options")
+      ->excludes(live);
+  AddForceOption(*command, options->existing);
   command->add_option("--to", options->address, "With --live: IPv4 address that the packets go to")
       ->capture_default_str()
+      ->needs(live)
       ->type_name("ADDRESS");
-  command
-      ->add_option("--command-port", options->command_port, "With --live: UDP port for calibration requests")
-      ->capture_default_str()
-      ->type_name("N");
+  number("--command-port", options->command_port, uint16_t{0}, uint16_t{65535},
+         "With --live: UDP port for calibration requests")
+      ->needs(live);
   AddFaultOptions(*command, *options);
-  command->callback([options, frames] { Simulate(*options, frames->count() > 0); });
+  command->callback([options] { Simulate(*options); });
 }
 
 }  // namespace orva

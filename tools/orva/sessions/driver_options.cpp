@@ -2,30 +2,40 @@
 #include "sessions/driver_options.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <string>
 #include <vector>
 
 #include "shared/driver_log.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 
 namespace orva {
 namespace {
 
 constexpr const char* kLimits = "Limits and mounting (a point outside the limits becomes the origin)";
 
-void AddRange(CLI::App& command, const std::string& name, const std::string& what, float& low, float& high) {
+void AddRange(CLI::App& command, const std::string& name, const std::string& what, float least, float most,
+              float& low, float& high) {
   command
-      .add_option_function<std::vector<float>>(
+      .add_option_function<std::vector<std::string>>(
           name,
-          [&low, &high](const std::vector<float>& bounds) {
-            low = bounds[0];
-            high = bounds[1];
+          [=, &low, &high](const std::vector<std::string>& bounds) {
+            low = ReadNumber(name, bounds[0], least, most);
+            high = ReadNumber(name, bounds[1], least, most);
+            if (low > high) {
+              throw CLI::ValidationError(name, "no value lies between " + bounds[0] + " and " + bounds[1] +
+                                                   "; write the smaller one first.");
+            }
           },
-          what)
+          WithRange(what, least, most))
       ->expected(2)
       ->type_name("MIN MAX")
       ->group(kLimits);
 }
+
+constexpr float kFarthest = 100'000.0F;  ///< metres
+constexpr float kWholeTurn = 360.0F;
 
 }  // namespace
 
@@ -41,14 +51,21 @@ DriverParam OpenParam(InputType input_type) {
 }
 
 void AddDecoderOptions(CLI::App& command, DecoderParam& param) {
-  AddRange(command, "--distance", "Metres (default: 0 1000)", param.min_distance, param.max_distance);
-  AddRange(command, "--azimuth", "Degrees, left positive (default: -180 180)", param.min_azimuth,
-           param.max_azimuth);
-  AddRange(command, "--elevation", "Degrees (default: -90 90)", param.min_elevation, param.max_elevation);
+  AddRange(command, "--distance", "Metres (default: 0 1000)", 0.0F, kFarthest, param.min_distance,
+           param.max_distance);
+  AddRange(command, "--azimuth", "Degrees, left positive (default: -180 180)", -kWholeTurn, kWholeTurn,
+           param.min_azimuth, param.max_azimuth);
+  AddRange(command, "--elevation", "Degrees (default: -90 90)", -kWholeTurn, kWholeTurn, param.min_elevation,
+           param.max_elevation);
   command
-      .add_option_function<std::vector<float>>(
+      .add_option_function<std::vector<std::string>>(
           "--mount",
-          [&param](const std::vector<float>& pose) {
+          [&param](const std::vector<std::string>& words) {
+            std::array<float, 6> pose;
+            for (std::size_t i = 0; i < pose.size(); ++i) {
+              const float most = i < 3 ? kFarthest : kWholeTurn;
+              pose[i] = ReadNumber("--mount", words[i], -most, most);
+            }
             param.use_transform = true;
             param.x_offset = pose[0];
             param.y_offset = pose[1];
@@ -57,17 +74,14 @@ void AddDecoderOptions(CLI::App& command, DecoderParam& param) {
             param.pitch = pose[4];
             param.yaw = pose[5];
           },
-          "Where the sensor sits: metres, then degrees")
+          "Where the sensor sits: metres (100000 at most), then degrees (360 at most)")
       ->expected(6)
       ->type_name("X Y Z ROLL PITCH YAW")
       ->group(kLimits);
 }
 
 void AddListenOptions(CLI::App& command, InputParam& param) {
-  command.add_option("--port", param.msop_port, "The sensor's UDP data port")
-      ->required()
-      ->check(CLI::Range(1, 65535))
-      ->type_name("N");
+  AddNumber(command, "--port", param.msop_port, 1, 65535, "The sensor's UDP data port")->required();
   command.add_option("--host", param.host_ip, "Local address to listen on; without it: all")
       ->check(CLI::ValidIPV4)
       ->type_name("IP");
@@ -75,9 +89,7 @@ void AddListenOptions(CLI::App& command, InputParam& param) {
 }
 
 void AddDurationOption(CLI::App& command, double& seconds) {
-  command.add_option("--duration", seconds, "End after so many seconds")
-      ->check(CLI::PositiveNumber)
-      ->type_name("S");
+  AddNumber(command, "--duration", seconds, 0.001, 1e9, "End after so many seconds")->type_name("S");
 }
 
 void AddSensorOptions(CLI::App& command, DriverParam& param) {
@@ -91,17 +103,16 @@ void AddSensorOptions(CLI::App& command, DriverParam& param) {
       "Download the calibration from this sensor");
   sensor->check(CLI::ValidIPV4)->excludes(command.get_option("--calib"))->type_name("IP");
   CLI::Option* port =
-      command.add_option("--command-port", calibration.lidar_port, "The sensor's command port");
-  port->check(CLI::Range(1, 65535))->type_name("N")->needs(sensor);
+      AddNumber(command, "--command-port", calibration.lidar_port, 1, 65535, "The sensor's command port");
+  port->needs(sensor);
   sensor->needs(port);
   command.add_option("--command-host", calibration.local_ip, "Local address for commands; without it: all")
       ->check(CLI::ValidIPV4)
       ->needs(sensor)
       ->type_name("IP");
-  command.add_option("--command-local-port", calibration.local_port, "Local port for commands; 0: any")
-      ->check(CLI::Range(0, 65535))
-      ->needs(sensor)
-      ->type_name("N");
+  AddNumber(command, "--command-local-port", calibration.local_port, 0, 65535,
+            "Local port for commands; 0: any")
+      ->needs(sensor);
 }
 
 void AddUncalibratedOption(CLI::App& command, bool& uncalibrated) {
@@ -111,10 +122,9 @@ void AddUncalibratedOption(CLI::App& command, bool& uncalibrated) {
 void AddReplayOptions(CLI::App& command, DriverParam& param, bool& uncalibrated) {
   command.add_option("FILE", param.input_param.pcap_path, "The recording, a pcap or pcapng file")->required();
   AddModelOption(command, param.lidar_type);
-  command
-      .add_option("--port", param.input_param.msop_port, "The sensor's UDP data port; 0 takes every packet")
-      ->capture_default_str()
-      ->type_name("N");
+  AddNumber(command, "--port", param.input_param.msop_port, 0, 65535,
+            "The sensor's UDP data port; 0 takes every packet")
+      ->default_str("0");
   command
       .add_option("--calib", param.calibration_param.calib_folder,
                   "Folder of calibration files, for TS4B and TS6")

@@ -2,28 +2,41 @@
 #include "sessions/packet_losses.h"
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 
 #include "shared/failure.h"
 
 namespace orva {
+namespace {
 
-std::string LossText(const DriverStatistics& statistics) {
-  const struct {
-    std::uint64_t count;
-    const char* what;
-  } kinds[] = {{statistics.kernel_dropped, " dropped by the kernel"},
-               {statistics.discarded, " discarded from the queue"},
-               {statistics.refused_length, " of wrong length"},
-               {statistics.refused_identifier, " of wrong identifier"},
-               {statistics.not_for_us, " empty"}};
+struct Kind {
+  std::uint64_t count;
+  const char* what;
+};
+
+std::string List(std::initializer_list<Kind> kinds) {
   std::string text;
-  for (const auto& kind : kinds) {
+  for (const Kind& kind : kinds) {
     if (kind.count > 0) {
-      text += (text.empty() ? "lost: " : ", ") + std::to_string(kind.count) + kind.what;
+      text += (text.empty() ? "" : ", ") + std::to_string(kind.count) + kind.what;
     }
   }
   return text;
+}
+
+}  // namespace
+
+std::string LossText(const DriverStatistics& statistics) {
+  const std::string text = List({{statistics.kernel_dropped, " dropped by the kernel"},
+                                 {statistics.discarded, " discarded from the queue"}});
+  return text.empty() ? "" : "lost: " + text;
+}
+
+std::string RefusalText(const DriverStatistics& statistics) {
+  return List({{statistics.refused_length, " of wrong length"},
+               {statistics.refused_identifier, " of wrong identifier"},
+               {statistics.not_for_us, " empty"}});
 }
 
 void RequireArrivals(const DriverParam& param, const DriverStatistics& statistics) {

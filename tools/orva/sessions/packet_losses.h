@@ -10,8 +10,10 @@ namespace orva {
 
 // What the commands that listen to a sensor say about packets that came, got lost, or never came.
 
-/// The packets that did not become points, by kind; empty where there are none.
+/// The packets that reached this machine and got lost in it, by kind; empty where there are none.
 std::string LossText(const DriverStatistics& statistics);
+/// The packets that are not the model's, by kind: the driver refuses them, a recording holds them.
+std::string RefusalText(const DriverStatistics& statistics);
 
 /// Throws Failure, with the usual reasons, where not one datagram arrived.
 void RequireArrivals(const DriverParam& param, const DriverStatistics& statistics);

@@ -3,8 +3,11 @@
 
 #include <cstdint>
 
+#include "captures/survey.h"
+#include "captures/survey_report.h"
 #include "sessions/frame_selection.h"
 #include "shared/failure.h"
+#include "shared/interrupt.h"
 #include "shared/models.h"
 #include "shared/terminal.h"
 #include "shared/words.h"
@@ -12,11 +15,25 @@
 namespace orva {
 
 std::vector<int> IndexWithProgress(ReplaySession& session, const std::string& list) {
+  const InputParam& input = session.Param().input_param;
   int count = 0;
+  Survey survey;
   {
-    Progress progress("reading the recording", 0);
-    int turns = 0;
-    count = session.Index([&] { progress.Step(++turns / 50); });
+    Progress progress("reading the recording", 100);
+    session.StartIndex();
+    // At the same time as the driver, which tells neither how far it is nor what it skips.
+    survey = SurveyCapture(input.pcap_path, [&progress](double share) {
+      progress.Step(static_cast<int>(share * 100.0));
+      return !Interrupted();
+    });
+    count = session.FinishIndex();
+  }
+  if (count == 0) {
+    throw Failure(WhyNothing(survey, input.msop_port));
+  }
+  if (!survey.damage.empty()) {
+    Warn("the recording is cut, it breaks off within a record (" + survey.damage +
+         "): it is played up to there.");
   }
   Say("the recording holds " + Counted(static_cast<std::uint64_t>(count), "frame", "frames"));
   return SelectFrames(list, count);
@@ -44,7 +61,7 @@ void RecordingSummary::Tell(const ReplaySession& session) const {
   if (points_ == 0 && clouds_ > 0) {
     if (session.saw_wrong_length() || session.saw_wrong_id()) {
       throw Failure("the packets of this recording are not of the model " + name +
-                    ". Check --model and --port.");
+                    ". Check --model and --port; 'orva info' tells whose they are.");
     }
     if (clouds_ > 1) {
       throw Failure("no frame holds a point. Check --model and --port.");

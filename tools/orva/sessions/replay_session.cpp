@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sessions/replay_session.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <thread>
@@ -10,6 +12,7 @@
 #include "captures/capture_check.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
+#include "shared/models.h"
 
 namespace orva {
 namespace {
@@ -29,9 +32,27 @@ void Follow(FrameOrigin& origin, FrameOrigin next) {
   origin = std::move(next);
 }
 
+/// `cloud` goes on with `next`, which has the time and the status of both.
+void Append(Cloud& cloud, std::shared_ptr<Cloud> next) {
+  next->points.insert(next->points.begin(), cloud.points.begin(), cloud.points.end());
+  cloud = std::move(*next);
+}
+
+/// An NV2's frame as live mode delivers it, whichever frame was played before. A line is a packet, and a
+/// frame ends with the packet whose line number fell, whole; the play of the next frame begins in it, after
+/// its first measurement.
+void AsLive(int frame, Cloud& cloud) {
+  constexpr std::size_t kRestOfPacket = 191;
+  if (frame > 0) {
+    const auto rest = static_cast<std::ptrdiff_t>(std::min(cloud.points.size(), kRestOfPacket));
+    cloud.points.erase(cloud.points.begin(), cloud.points.begin() + rest);
+  }
+}
+
 }  // namespace
 
-ReplaySession::ReplaySession(const DriverParam& param) : param_(param), imu_packets_(param.lidar_type) {
+ReplaySession::ReplaySession(const DriverParam& param)
+    : param_(param), joins_parts_(param.lidar_type == NV2), imu_packets_(param.lidar_type) {
   CheckCapture(param.input_param.pcap_path);
   driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { Put(std::move(cloud)); },
                                      [] { return std::make_shared<Cloud>(); });
@@ -43,10 +64,9 @@ ReplaySession::ReplaySession(const DriverParam& param) : param_(param), imu_pack
     saw_wrong_id_ = saw_wrong_id_ || error.error_code == ERROR_MSOP_ID;
   });
   if (!driver_.InitDriver(param_)) {
-    throw Failure(
-        "the driver cannot replay " + param_.input_param.pcap_path +
-        ": it is damaged, or of a link type that the driver does not know. 'tcpdump -r' on it tells "
-        "more; record with 'tcpdump -i INTERFACE udp -w FILE'.");
+    throw Failure("the driver cannot replay " + param_.input_param.pcap_path +
+                  ": it is damaged, or of a link type that the driver does not know. 'orva info' on it tells "
+                  "more; record with 'tcpdump -i INTERFACE udp -w FILE'.");
   }
 }
 
@@ -59,26 +79,24 @@ ReplaySession::~ReplaySession() {
   driver_.Stop();
 }
 
-int ReplaySession::Index(const std::function<void()>& waiting) {
+void ReplaySession::StartIndex() {
   if (!driver_.Start()) {
     throw Failure("the system refuses a thread for the replay. Close some programs and try again.");
   }
+}
+
+int ReplaySession::FinishIndex() {
   int frames = 0;
   while (!driver_.GetLocalFileStatus(frames)) {
     if (Interrupted()) {
       throw Failure("interrupted while reading the recording; nothing was written.");
     }
-    waiting();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  if (frames == 0) {
-    const InputParam& input = param_.input_param;
-    throw Failure(input.msop_port == 0
-                      ? "there is no UDP packet in " + input.pcap_path + ". Is it the right recording?"
-                      : "nothing in " + input.pcap_path + " was sent to UDP port " +
-                            std::to_string(input.msop_port) +
-                            ". Give the sensor's data port with --port, or leave --port away to take every "
-                            "UDP packet.");
+  // A recording that ends with a frame end would end with a frame without a point.
+  if (frames > 1 && TraitsOf(param_.lidar_type).has_points) {
+    const Played last = PlayOne(frames - 1);
+    frames -= last.cloud != nullptr && last.cloud->points.empty();
   }
   return frames;
 }
@@ -87,11 +105,8 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
   if (frames.empty()) {
     return;
   }
-  // NV2 compares each line with the line before, also with that of the index pass: its play may begin with a
-  // short cloud left over from elsewhere. Only the last cloud is the frame.
-  const bool last_only = param_.lidar_type == NV2;
   std::deque<Finished> finished;
-  RequestNext(frames.front(), finished);
+  Begin(frames.front());
   for (std::size_t i = 0; i < frames.size() && !Interrupted(); ++i) {
     // After the last frame it is asked for once more: that the driver accepts this tells that the play is
     // over.
@@ -107,14 +122,19 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
     for (bool over = false; !over && !Interrupted();) {
       over = RequestNext(next, finished);
       for (; !finished.empty(); finished.pop_front()) {
-        if (!last_only) {
+        if (joins_parts_ && held != nullptr) {
+          Append(*held, std::move(finished.front().cloud));
+        } else {
           give();
+          held = std::move(finished.front().cloud);
         }
-        held = std::move(finished.front().cloud);
         Follow(origin_, std::move(finished.front().origin));
       }
     }
     if (!Interrupted()) {
+      if (joins_parts_ && held != nullptr) {
+        AsLive(frames[i], *held);
+      }
       give();
     }
   }
@@ -122,16 +142,13 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
 
 ReplaySession::Played ReplaySession::PlayOne(int frame) {
   std::deque<Finished> finished;
-  while (!RequestNext(frame, finished) && !Interrupted()) {
-    finished.clear();  // what an earlier play still gives is not wanted any more
-  }
-  finished.clear();
+  Begin(frame);
   Played played;
-  // As in Play, only the last cloud is the frame of an NV2: asked for once more, the driver tells when it is
-  // over. Of the others the first one is, and there is no need to wait.
-  const bool last_only = param_.lidar_type == NV2;
+  std::shared_ptr<Cloud> cloud;
+  // Where parts are joined, the driver is asked for the frame once more to tell when it is over. Else the
+  // first cloud is the frame, and there is no need to wait.
   for (bool over = false; !over && !Interrupted();) {
-    if (last_only) {
+    if (joins_parts_) {
       over = RequestNext(frame, finished);
     } else {
       std::unique_lock lock(mutex_);
@@ -139,13 +156,30 @@ ReplaySession::Played ReplaySession::PlayOne(int frame) {
       finished.swap(clouds_);
       changed_.notify_all();
     }
-    if (!finished.empty()) {
-      Finished& chosen = last_only ? finished.back() : finished.front();
-      played = {std::move(chosen.cloud), std::move(chosen.origin)};
-      finished.clear();
+    for (; !finished.empty(); finished.pop_front()) {
+      Finished& next = finished.front();
+      if (cloud == nullptr) {
+        cloud = std::move(next.cloud);
+        played.origin = std::move(next.origin);
+      } else if (joins_parts_) {
+        Append(*cloud, std::move(next.cloud));
+        Follow(played.origin, std::move(next.origin));
+      }
     }
   }
+  if (joins_parts_ && cloud != nullptr) {
+    AsLive(frame, *cloud);
+  }
+  played.cloud = std::move(cloud);
   return played;
+}
+
+/// Starts a play; what an earlier one still gives is not wanted any more.
+void ReplaySession::Begin(int frame) {
+  std::deque<Finished> unwanted;
+  while (!RequestNext(frame, unwanted) && !Interrupted()) {
+    unwanted.clear();
+  }
 }
 
 DriverStatistics ReplaySession::Statistics() {

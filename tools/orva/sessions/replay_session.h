@@ -33,9 +33,13 @@ class ReplaySession {
   ReplaySession(const ReplaySession&) = delete;
   ReplaySession& operator=(const ReplaySession&) = delete;
 
-  /// Reads the recording to its end and returns its number of frames. Calls `waiting` now and then. Throws
-  /// Failure for a recording without frames, and when interrupted.
-  int Index(const std::function<void()>& waiting);
+  /// Begins to read the recording to its end. Throws Failure.
+  void StartIndex();
+  /// Waits for that, and returns the number of frames that can be played; a last one without a point, which a
+  /// frame end at the end of the recording leaves, does not count. Throws Failure when interrupted.
+  int FinishIndex();
+
+  const DriverParam& Param() const { return param_; }
 
   /// `frame`, and `part`: 0, or counted on where one play gives several clouds.
   using Take = std::function<void(int frame, int part, const Cloud& cloud)>;
@@ -67,11 +71,15 @@ class ReplaySession {
     FrameOrigin origin;
   };
 
+  void Begin(int frame);
   bool RequestNext(int frame, std::deque<Finished>& finished);
   void TakePacket(const std::uint8_t* data, std::size_t length, double received);
   void Put(std::shared_ptr<Cloud> cloud);
 
   DriverParam param_;
+  /// A play of an NV2 may give its first packet as a cloud of its own: the driver compares each line with the
+  /// one before, which may be of the index pass or of another frame.
+  bool joins_parts_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Finished> clouds_;  ///< of the play under way, not yet taken

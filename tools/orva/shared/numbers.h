@@ -21,7 +21,7 @@ std::string NumberText(Number number) {
   } else {
     end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
   }
-  return {text.data(), end};
+  return std::string(text.data(), static_cast<std::size_t>(end - text.data()));
 }
 
 /// The number that `word` is, if it lies from `least` to `most`. Throws CLI::ValidationError. Neither a sign
