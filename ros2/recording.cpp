@@ -10,6 +10,7 @@
 #include "sensor_topics.h"
 #include "sessions/pacing.h"
 #include "sessions/replay_session.h"
+#include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
 
@@ -50,7 +51,12 @@ std::string PublishRecording(const Options& options, const Participant& particip
   uint64_t published = 0, not_taken = 0;
   do {
     ReplaySession session(setup.param);
-    std::vector<int> frames(static_cast<size_t>(session.Index([] {})));
+    session.StartIndex();
+    std::vector<int> frames(static_cast<size_t>(session.FinishIndex()));
+    if (frames.empty()) {
+      throw Failure("nothing in " + setup.param.input_param.pcap_path +
+                    " is for the driver. 'orva info' on it tells why.");
+    }
     std::iota(frames.begin(), frames.end(), 0);
     reported = {};
     session.Play(frames, [&](int, int, const Cloud& cloud) {
