@@ -5,14 +5,18 @@
 #include <pcap/pcap.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "sim/calibration_server.h"
 #include "sim/udp_endpoint.h"
 #include "support/tool_process.h"
 
@@ -108,6 +112,45 @@ TEST_F(RecordTest, CtrlCWithNothingArrivedSaysWhyAndLeavesNoFile) {
   EXPECT_TRUE(fs::is_empty(folder_));
 }
 
+TEST_F(RecordTest, StoresTheSensorsCalibrationWhereReplayFindsIt) {
+  const auto& model = orva::sim::FindModel(TS4B);
+  const orva::sim::Calibration calibration = orva::sim::MakeCalibration(model, 7);
+  const std::string recording = folder_ / "a.pcap";
+  {
+    const orva::sim::CalibrationServer sensor(MakeCalibrationStream(calibration, model), "127.0.0.1", 0);
+    const std::vector<std::string> more = {
+        "--packets",     "60",        "--model",        "TS4B",
+        "--sensor",      "127.0.0.1", "--command-port", std::to_string(sensor.Port()),
+        "--rotate-size", "1"};
+    ToolProcess tool(Arguments(more));
+    ASSERT_TRUE(tool.WaitForError("recording")) << tool.errors();
+    Send();
+    EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+    ToolProcess again(Arguments(more));
+    EXPECT_EQ(again.Wait(), 1);
+    EXPECT_NE(again.errors().find("a.calib exists already"), std::string::npos) << again.errors();
+  }
+  const auto numbers = [this](const std::string& name) {
+    std::ifstream file(folder_ / "a.calib" / name);
+    std::vector<float> values;
+    for (std::string field; std::getline(file, field, ',');) {
+      std::istringstream lines(field);  // the last of a line and the first of the next
+      for (std::string number; std::getline(lines, number);) {
+        if (!number.empty() && number != "weight")
+          values.push_back(static_cast<float>(std::strtod(number.c_str(), nullptr)));
+      }
+    }
+    return values;
+  };
+  EXPECT_EQ(numbers("azimuth.csv"), calibration.azimuth);
+  EXPECT_EQ(numbers("elevation.csv"), calibration.elevation);
+  EXPECT_TRUE(std::ranges::equal(numbers("weight.csv"), calibration.weight));
+  EXPECT_TRUE(std::ranges::equal(numbers("near_filter.csv"), calibration.near_filter));
+  ToolProcess replay({"replay", folder_ / "a_0000.pcap", "--model", "TS4B"});
+  replay.Wait();
+  EXPECT_NE(replay.errors().find("a.calib, beside the recording"), std::string::npos) << replay.errors();
+}
+
 TEST_F(RecordTest, CompletionAndManualPagesKnowEveryCommand) {
   const std::string tool = std::string(ORVA_TOOL) + " ";
   const std::string script = folder_ / "script";
@@ -116,6 +159,18 @@ TEST_F(RecordTest, CompletionAndManualPagesKnowEveryCommand) {
   std::ofstream(script, std::ios::app) << "COMP_WORDS=(orva record --rot) COMP_CWORD=2; _orva\n"
                                        << "[[ ${COMPREPLY[*]} == '--rotate-size --rotate-time' ]]\n";
   EXPECT_EQ(std::system(("bash " + script).c_str()), 0);
+  const std::pair<const char*, const char*> others[] = {
+      {"zsh", "zsh -n FILE"},  // its completion needs a terminal
+      {"fish",
+       "test \"$(fish -c 'source FILE; complete -C \"orva live --model TS4\"' | cut -f1 | sort | tr '\\n' ' ')\" = "
+       "'TS4 TS4A TS4B '"}};
+  for (const auto& [shell, check] : others) {
+    if (std::system((std::string("command -v ") + shell + " >/dev/null").c_str()) != 0) continue;
+    ASSERT_EQ(std::system((tool + "--completion " + shell + " > " + script).c_str()), 0);
+    std::string command = check;
+    command.replace(command.find("FILE"), 4, script);
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+  }
   ASSERT_EQ(std::system((tool + "--man " + folder_.string()).c_str()), 0);
   std::ifstream file(folder_ / "orva.1");
   const std::string page((std::istreambuf_iterator<char>(file)), {});

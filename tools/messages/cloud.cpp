@@ -34,8 +34,34 @@ void SetFields(const Layout& layout, PointCloud2& message) {
                     {"time", layout.time, PointField::FLOAT32, 1}};
 }
 
-/// Points of each line, where every line gave the same number in one run; else 0.
-std::size_t RowLength(const std::vector<PointTime>& points) {
+/// Unrolled for each layout, so that the loop over points has constant offsets.
+template <const Layout& layout>
+std::size_t WritePoints(const std::vector<PointTime>& points, double stamp, InvalidPoints invalid,
+                        std::uint8_t* out) {
+  const bool drop = invalid == InvalidPoints::kDrop;
+  const float absent = invalid == InvalidPoints::kNan ? std::numeric_limits<float>::quiet_NaN() : 0.0F;
+  const std::uint8_t* const begin = out;
+  for (const PointTime& point : points) {
+    const bool valid = point.x != 0.0F || point.y != 0.0F || point.z != 0.0F;
+    if (!valid && drop) {
+      continue;
+    }
+    const float xyz[3] = {valid ? point.x : absent, valid ? point.y : absent, valid ? point.z : absent};
+    const float intensity = point.intensity;
+    const float time = IsTime(point.timestamp) ? static_cast<float>(point.timestamp - stamp) : 0.0F;
+    std::memcpy(out, xyz, sizeof(xyz));
+    std::memcpy(out + layout.intensity, &intensity, sizeof(intensity));
+    std::memcpy(out + layout.ring, &point.label, sizeof(point.label));
+    std::memcpy(out + layout.time, &time, sizeof(time));
+    out += layout.size;
+  }
+  return static_cast<std::size_t>(out - begin) / layout.size;
+}
+
+}  // namespace
+
+std::size_t RowLength(const PointCloud<PointTime>& cloud) {
+  const std::vector<PointTime>& points = cloud.points;
   std::size_t length = 0;
   while (length < points.size() && points[length].label == points.front().label) {
     ++length;
@@ -55,30 +81,6 @@ std::size_t RowLength(const std::vector<PointTime>& points) {
   }
   return length;
 }
-
-/// Unrolled for each layout, so that the loop over points has constant offsets.
-template <const Layout& layout>
-std::size_t WritePoints(const std::vector<PointTime>& points, double stamp, bool drop, std::uint8_t* out) {
-  static constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
-  const std::uint8_t* const begin = out;
-  for (const PointTime& point : points) {
-    const bool valid = point.x != 0.0F || point.y != 0.0F || point.z != 0.0F;
-    if (!valid && drop) {
-      continue;
-    }
-    const float xyz[3] = {valid ? point.x : kNan, valid ? point.y : kNan, valid ? point.z : kNan};
-    const float intensity = point.intensity;
-    const float time = IsTime(point.timestamp) ? static_cast<float>(point.timestamp - stamp) : 0.0F;
-    std::memcpy(out, xyz, sizeof(xyz));
-    std::memcpy(out + layout.intensity, &intensity, sizeof(intensity));
-    std::memcpy(out + layout.ring, &point.label, sizeof(point.label));
-    std::memcpy(out + layout.time, &time, sizeof(time));
-    out += layout.size;
-  }
-  return static_cast<std::size_t>(out - begin) / layout.size;
-}
-
-}  // namespace
 
 Time ToTime(double seconds) {
   if (!IsTime(seconds)) {
@@ -115,14 +117,14 @@ void FillPointCloud2(const PointCloud<PointTime>& cloud, double captured, const 
   message.header.frame_id = options.frame_id;
   SetFields(layout, message);
   message.is_bigendian = false;
-  message.is_dense = drop;
+  message.is_dense = options.invalid != InvalidPoints::kNan;
   message.point_step = layout.size;
   message.data.resize(cloud.points.size() * layout.size);
-  const std::size_t count = packed
-                                ? WritePoints<kPackedLayout>(cloud.points, stamp, drop, message.data.data())
-                                : WritePoints<kPclLayout>(cloud.points, stamp, drop, message.data.data());
+  const std::size_t count =
+      packed ? WritePoints<kPackedLayout>(cloud.points, stamp, options.invalid, message.data.data())
+             : WritePoints<kPclLayout>(cloud.points, stamp, options.invalid, message.data.data());
   message.data.resize(count * layout.size);
-  const std::size_t row = options.organized && !drop ? RowLength(cloud.points) : 0;
+  const std::size_t row = options.organized && !drop ? RowLength(cloud) : 0;
   message.width = static_cast<std::uint32_t>(row == 0 ? count : row);
   message.height = static_cast<std::uint32_t>(row == 0 ? 1 : count / row);
   message.row_step = message.width * message.point_step;

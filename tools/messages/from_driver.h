@@ -2,6 +2,7 @@
 #ifndef ORVA_TOOLS_MESSAGES_FROM_DRIVER_H_
 #define ORVA_TOOLS_MESSAGES_FROM_DRIVER_H_
 
+#include <cstddef>
 #include <string>
 
 #include "messages/messages.h"
@@ -21,7 +22,11 @@ enum class PointLayout {
 enum class InvalidPoints {
   kNan,   ///< its coordinates are NaN, and is_dense is false; intensity, ring and time stay
   kDrop,  ///< it is left out, and is_dense is true; the cloud then has no rows
+  kZero,  ///< it stays the origin, and is_dense is true
 };
+
+/// Points of each laser line, where each gave the same number in one run: a cloud of whole rows. Else 0.
+std::size_t RowLength(const PointCloud<PointTime>& cloud);
 
 struct CloudOptions {
   PointLayout layout = PointLayout::kPacked;

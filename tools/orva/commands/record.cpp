@@ -21,6 +21,7 @@
 #include "commands/commands.h"
 #include "formats/frame_export.h"
 #include "formats/output_file.h"
+#include "sessions/calibration_download.h"
 #include "sessions/driver_options.h"
 #include "sessions/other_listeners.h"
 #include "sessions/packet_losses.h"
@@ -42,6 +43,9 @@ constexpr const char* kExamples =
     "known to the driver: the capture holds zeros and made-up ones.\n"
     "Examples:\n"
     "  orva record --port 6699 drive.pcap\n"
+    "  orva record --port 6699 drive.pcap --model TS6 --sensor 192.168.1.200 \\\n"
+    "      --command-port 6690\n"
+    "      stores the calibration in drive.calib, where 'orva replay drive.pcap' finds it\n"
     "  orva record --port 6699 --rotate-size 500 --keep 20 drive.pcap\n"
     "Ctrl-C ends it, and completes the file.\n";
 
@@ -204,6 +208,12 @@ void Record(RecordOptions& options) {
     MakeFolder(parent);
   }
   RefuseEarlierFiles(options.file, options.limits, options.existing);
+  if (options.param.calib_from_lidar) {
+    CatchInterrupts();
+    StoreCalibration(options.param.lidar_type, options.param.calibration_param,
+                     CalibrationFolderOf(options.file), options.existing);
+    options.param.calib_from_lidar = false;  // the driver that records needs none
+  }
   RecordFiles files(options.file, options.limits, CaptureOf(options.param.input_param));
   CatchInterrupts();
   WarnOfOtherListeners(options.param.input_param);
@@ -245,6 +255,9 @@ void AddRecord(CLI::App& app) {
   AddListenOptions(*command, options->param.input_param);
   AddModelOption(*command, options->param.lidar_type)
       ->description("Sensor model: counts packets that are not of it, and records them too");
+  AddSensorOptions(*command, options->param)
+      ->description("First store this sensor's calibration, in a folder beside FILE")
+      ->needs(command->get_option("--model"));
   AddNumber(*command, "--rotate-size", options->limits.megabytes, 0.001, 1e6,
             "Begin a new file before one exceeds so many 10^6 bytes")
       ->type_name("MB");

@@ -11,6 +11,7 @@
 #include "formats/output_file.h"
 #include "formats/pcd_reader.h"
 #include "picture/pictures.h"
+#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"
@@ -146,7 +147,10 @@ void AddRender(CLI::App& app) {
       ->type_name("M");
   AddForceOption(*command, options->existing);
   command->footer(kExamples);
-  command->callback([options] { Render(*options); });
+  command->callback([options] {
+    UseCalibrationBeside(options->param);
+    Render(*options);
+  });
 }
 
 }  // namespace orva

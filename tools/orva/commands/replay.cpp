@@ -6,6 +6,7 @@
 
 #include "commands/commands.h"
 #include "formats/frame_export.h"
+#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"
@@ -93,7 +94,10 @@ void AddReplay(CLI::App& app) {
   AddFrameListOption(*command, options->frames);
   AddExportOptions(*command, options->files);
   command->footer(kExamples);
-  command->callback([options] { Replay(*options); });
+  command->callback([options] {
+    UseCalibrationBeside(options->param);
+    Replay(*options);
+  });
 }
 
 }  // namespace orva

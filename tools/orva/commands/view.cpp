@@ -6,6 +6,7 @@
 
 #include "commands/commands.h"
 #include "feeds/show.h"
+#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "shared/failure.h"
@@ -41,6 +42,9 @@ void View(ViewOptions options) {
     throw WrongUsage("a live sensor needs --port, the UDP port of its data.");
   }
   param.input_type = live ? ONLINE : PCAP;
+  if (!live) {
+    UseCalibrationBeside(param);
+  }
   CheckCalibration(param, options.uncalibrated);
   CatchInterrupts();
   Show(param, options.show);

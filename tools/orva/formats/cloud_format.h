@@ -2,6 +2,7 @@
 #ifndef ORVA_TOOLS_FORMATS_CLOUD_FORMAT_H_
 #define ORVA_TOOLS_FORMATS_CLOUD_FORMAT_H_
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <span>
@@ -16,11 +17,12 @@ namespace orva {
 /// What a file may tell about a frame beside its points.
 struct FrameInfo {
   LidarType model = static_cast<LidarType>(0);
-  int number = 0;             ///< in the recording, or counted from the start of a live run
-  int part = 0;               ///< above 0: a further cloud of the same frame
-  double first_packet = 0.0;  ///< when the frame's first packet was received, seconds since the epoch
-  double last_packet = 0.0;   ///< likewise
-  bool uncalibrated = false;  ///< the model needs calibration and had none: all points lie straight ahead
+  int number = 0;              ///< in the recording, or counted from the start of a live run
+  int part = 0;                ///< above 0: a further cloud of the same frame
+  double first_packet = 0.0;   ///< when the frame's first packet was received, seconds since the epoch
+  double last_packet = 0.0;    ///< likewise
+  std::size_t row_length = 0;  ///< points of a row, where the cloud is to have rows; it is then whole
+  bool uncalibrated = false;   ///< the model needs calibration and had none: all points lie straight ahead
 };
 
 /// A file that holds all frames of a run, and its IMU samples where the format has a place for them. All

@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iterator>
 #include <sstream>
 #include <system_error>
 
@@ -40,7 +39,7 @@ bool IsFrameFile(const fs::path& path, const CloudFormat& format) {
 }  // namespace
 
 FrameExport::FrameExport(const ExportOptions& options, const DriverParam& param)
-    : options_(options), param_(param) {
+    : options_(options), param_(param), shape_(options.shape) {
   std::istringstream list(options.formats);
   for (std::string name; std::getline(list, name, ',');) {
     const CloudFormat& format = Find(name);
@@ -49,6 +48,11 @@ FrameExport::FrameExport(const ExportOptions& options, const DriverParam& param)
     } else {
       frame_formats_.push_back(&format);
     }
+  }
+  const bool has_rows = std::any_of(frame_formats_.begin(), frame_formats_.end(),
+                                    [](const CloudFormat* format) { return format == &kPcdFormat; });
+  if (options.shape.organized && !has_rows) {
+    throw WrongUsage("--organized is for PCD files, --format pcd; MCAP clouds have rows without it");
   }
   if (streams_.empty() && frame_formats_.empty()) {
     throw WrongUsage("the list of formats is empty. Write one, as in --format " + FormatNames(",", ","));
@@ -82,9 +86,7 @@ void FrameExport::Open(std::span<const int> frames) {
   }
   for (Stream& stream : streams_) {
     StreamOptions stream_options = {options_.existing, param_, options_.mcap};
-    if (options_.valid_only) {
-      stream_options.mcap.cloud.invalid = messages::InvalidPoints::kDrop;
-    }
+    stream_options.mcap.cloud.invalid = shape_.InvalidForStreams();
     stream.file = stream.format->open(StreamPath(*stream.format), stream_options);
   }
 }
@@ -101,23 +103,27 @@ void FrameExport::Write(const Cloud& cloud, const FrameInfo& info) {
   if (!wanted()) {
     return;
   }
-  Cloud valid;
-  if (options_.valid_only) {
-    valid.timestamp = cloud.timestamp;
-    std::copy_if(cloud.points.begin(), cloud.points.end(), std::back_inserter(valid.points), IsValid);
+  if (!frame_formats_.empty()) {
+    WriteFrameFiles(cloud, info);
   }
-  const Cloud& chosen = options_.valid_only ? valid : cloud;
-  if (chosen.points.empty()) {
+  for (const Stream& stream : streams_) {
+    if (CountValid(cloud) > 0 ||
+        (!cloud.points.empty() && shape_.InvalidForStreams() != messages::InvalidPoints::kDrop)) {
+      stream.file->Write(shape_.ForStreams(cloud, info), info);
+    }
+  }
+}
+
+void FrameExport::WriteFrameFiles(const Cloud& cloud, FrameInfo info) {
+  const Cloud& shaped = shape_.ForFiles(cloud, info);
+  if (shaped.points.empty()) {
     return;
   }
   for (const CloudFormat* format : frame_formats_) {
     OutputFile file(fs::path(options_.folder) / FileName(info, *format), options_.existing);
-    format->write(chosen, info, file);
+    format->write(shaped, info, file);
     file.Commit();
     ++files_;
-  }
-  for (const Stream& stream : streams_) {
-    stream.file->Write(chosen, info);
   }
 }
 
@@ -151,7 +157,11 @@ std::string FrameExport::Summary() const {
   if (!streams_.empty() && StreamPath(*streams_.front().format) == fs::path(options_.folder)) {
     return "the frames are in " + options_.folder;
   }
-  return Counted(files_, "file is", "files are") + " in " + options_.folder;
+  std::string summary = Counted(files_, "file is", "files are") + " in " + options_.folder;
+  if (shape_.without_rows() > 0) {
+    summary += "; " + Counted(shape_.without_rows(), "incomplete frame has", "incomplete frames have") + " no rows";
+  }
+  return summary;
 }
 
 std::string FrameName(int frame) {
@@ -171,8 +181,7 @@ void AddExportOptions(CLI::App& command, ExportOptions& options) {
   CLI::Option* format = command.add_option("--format", options.formats,
                                            "Formats of the clouds, one or several with commas between them");
   format->capture_default_str()->needs(out)->type_name(FormatNames("|", "|"));
-  command.add_flag("--valid-only", options.valid_only, "Leave out points without a return (the origin)")
-      ->needs(out);
+  AddShapeOptions(command, out, options.shape);
   AddForceOption(command, options.existing);
   AddMcapOptions(command, format, options.mcap);
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "formats/cloud_format.h"
+#include "formats/cloud_shape.h"
 
 namespace CLI {
 class App;
@@ -21,13 +22,13 @@ namespace orva {
 struct ExportOptions {
   std::string folder;  ///< empty: no files. With one format of a file for all frames also that file
   std::string formats = "pcd";
-  bool valid_only = false;
+  ShapeOptions shape;
   Existing existing = Existing::kKeep;
   McapOptions mcap;
 };
 
-/// Adds --out, --format, --valid-only, --force and those of single formats. `options` must outlive the
-/// parsing.
+/// Adds --out, --format, --force, those of the clouds' shape and those of single formats. `options` must
+/// outlive the parsing.
 void AddExportOptions(CLI::App& command, ExportOptions& options);
 /// --force alone, for commands that write other files.
 void AddForceOption(CLI::App& command, Existing& existing);
@@ -62,10 +63,12 @@ class FrameExport {
     std::unique_ptr<CloudStream> file;
   };
 
+  void WriteFrameFiles(const Cloud& cloud, FrameInfo info);
   std::filesystem::path StreamPath(const CloudFormat& format) const;
 
   ExportOptions options_;
   DriverParam param_;
+  CloudShape shape_;
   std::vector<const CloudFormat*> frame_formats_;
   std::vector<Stream> streams_;
   std::uint64_t files_ = 0;

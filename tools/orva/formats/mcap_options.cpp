@@ -29,15 +29,11 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& name, Value& value,
 }  // namespace
 
 void AddMcapOptions(CLI::App& command, CLI::Option* format, McapOptions& options) {
-  using messages::InvalidPoints;
   using messages::PointLayout;
   const std::vector<CLI::Option*> all = {
       AddChoice<PointLayout>(command, "--layout", options.cloud.layout,
                              {{"packed", PointLayout::kPacked}, {"pcl", PointLayout::kPcl}},
                              "A point takes 22 bytes, or 32 as PCL aligns it"),
-      AddChoice<InvalidPoints>(command, "--invalid", options.cloud.invalid,
-                               {{"nan", InvalidPoints::kNan}, {"drop", InvalidPoints::kDrop}},
-                               "Points without a return are NaN, or left out"),
       command.add_option("--frame-id", options.cloud.frame_id, "Coordinate frame of the messages")
           ->capture_default_str()
           ->type_name("NAME"),

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -116,6 +117,9 @@ PcdFile ReadPcd(const std::filesystem::path& path) {
     point.x = Take<float>(record.data(), header, "x", 'F');
     point.y = Take<float>(record.data(), header, "y", 'F');
     point.z = Take<float>(record.data(), header, "z", 'F');
+    if (!std::isfinite(point.x) || !std::isfinite(point.y) || !std::isfinite(point.z)) {
+      point.x = point.y = point.z = 0.0F;  // without a return
+    }
     const auto intensity = Take<float>(record.data(), header, "intensity", 'F');
     point.intensity =
         intensity >= 0.0F && intensity <= 65535.0F ? static_cast<std::uint16_t>(intensity) : std::uint16_t{0};

@@ -10,6 +10,7 @@ namespace {
 constexpr const char* kUncalibratedLine = "# uncalibrated\n";  // ReadPcd looks for it
 
 void Write(const Cloud& cloud, const FrameInfo& info, OutputFile& file) {
+  const std::size_t height = info.row_length == 0 ? 1 : cloud.points.size() / info.row_length;
   const std::string count = std::to_string(cloud.points.size());
   file.Write(std::string("# .PCD v0.7 - Point Cloud Data file format\n") +
              (info.uncalibrated ? kUncalibratedLine : "") +
@@ -19,9 +20,11 @@ void Write(const Cloud& cloud, const FrameInfo& info, OutputFile& file) {
              "TYPE F F F F U F\n"
              "COUNT 1 1 1 1 1 1\n"
              "WIDTH " +
-             count +
+             std::to_string(cloud.points.size() / height) +
              "\n"
-             "HEIGHT 1\n"
+             "HEIGHT " +
+             std::to_string(height) +
+             "\n"
              "VIEWPOINT 0 0 0 1 0 0 0\n"
              "POINTS " +
              count +

@@ -92,7 +92,7 @@ void AddDurationOption(CLI::App& command, double& seconds) {
   AddNumber(command, "--duration", seconds, 0.001, 1e9, "End after so many seconds")->type_name("S");
 }
 
-void AddSensorOptions(CLI::App& command, DriverParam& param) {
+CLI::Option* AddSensorOptions(CLI::App& command, DriverParam& param) {
   CalibrationParam& calibration = param.calibration_param;
   CLI::Option* sensor = command.add_option_function<std::string>(
       "--sensor",
@@ -101,7 +101,10 @@ void AddSensorOptions(CLI::App& command, DriverParam& param) {
         param.calibration_param.lidar_ip = address;
       },
       "Download the calibration from this sensor");
-  sensor->check(CLI::ValidIPV4)->excludes(command.get_option("--calib"))->type_name("IP");
+  sensor->check(CLI::ValidIPV4)->type_name("IP");
+  if (CLI::Option* folder = command.get_option_no_throw("--calib")) {
+    sensor->excludes(folder);
+  }
   CLI::Option* port =
       AddNumber(command, "--command-port", calibration.lidar_port, 1, 65535, "The sensor's command port");
   port->needs(sensor);
@@ -113,6 +116,7 @@ void AddSensorOptions(CLI::App& command, DriverParam& param) {
   AddNumber(command, "--command-local-port", calibration.local_port, 0, 65535,
             "Local port for commands; 0: any")
       ->needs(sensor);
+  return sensor;
 }
 
 void AddUncalibratedOption(CLI::App& command, bool& uncalibrated) {

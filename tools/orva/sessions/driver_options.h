@@ -6,7 +6,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace orva {
 
@@ -22,8 +23,9 @@ void AddListenOptions(CLI::App& command, InputParam& param);
 /// Adds --duration, for commands that listen until they are told to end.
 void AddDurationOption(CLI::App& command, double& seconds);
 
-/// Adds --sensor and what goes with it: the calibration is downloaded. After --calib, which it excludes.
-void AddSensorOptions(CLI::App& command, DriverParam& param);
+/// Adds --sensor, which it returns, and what goes with it: the calibration is downloaded. After --calib,
+/// where there is one, which it excludes.
+CLI::Option* AddSensorOptions(CLI::App& command, DriverParam& param);
 
 /// Adds --uncalibrated: points without calibration are wanted where there is none.
 void AddUncalibratedOption(CLI::App& command, bool& uncalibrated);

@@ -12,34 +12,12 @@
 #include <vector>
 
 #include "orva_driver.h"
+#include "shared/command_tree.h"
+#include "shared/completion.h"
 #include "shared/failure.h"
 
 namespace orva {
 namespace {
-
-std::vector<const CLI::App*> Commands(const CLI::App& app) {
-  return app.get_subcommands([](const CLI::App*) { return true; });
-}
-
-std::vector<const CLI::Option*> Options(const CLI::App& app) {
-  return app.get_options([](const CLI::Option* option) { return !option->get_group().empty(); });
-}
-
-/// As the options are typed: "-h, --help".
-std::vector<std::string> Spellings(const CLI::Option& option) {
-  std::vector<std::string> spellings;
-  for (const std::string& name : option.get_snames()) {
-    spellings.push_back("-" + name);
-  }
-  for (const std::string& name : option.get_lnames()) {
-    spellings.push_back("--" + name);
-  }
-  return spellings;
-}
-
-bool TakesValue(const CLI::Option& option) {
-  return option.get_items_expected_max() > 0;
-}
 
 /// Text that the formatter of manual pages shows as it stands.
 std::string Roff(const std::string& text) {
@@ -124,71 +102,6 @@ void WritePage(const std::filesystem::path& path, const std::string& text) {
   }
 }
 
-/// The shell command that lists what may follow an option of this type, with `$word` begun.
-std::string ValueCompletion(const std::string& type) {
-  if (type == "FOLDER" || type == "DIR") {
-    return "compgen -d -- \"$word\"";
-  }
-  std::string choices = type;
-  if (type.find('|') == std::string::npos) {
-    return type == "FILE" || type == "TEXT" ? "compgen -f -- \"$word\"" : "";
-  }
-  for (char& c : choices) {
-    c = c == '|' ? ' ' : c;
-  }
-  return "compgen -W '" + choices + "' -- \"$word\"";
-}
-
-std::string BashCompletion(const CLI::App& app) {
-  std::ostringstream values;
-  std::ostringstream words;
-  std::string commands;
-  for (const CLI::App* command : Commands(app)) {
-    commands += (commands.empty() ? "" : " ") + command->get_name();
-    std::string spelled;
-    for (const CLI::Option* option : Options(*command)) {
-      for (const std::string& spelling : Spellings(*option)) {
-        spelled += (spelled.empty() ? "" : " ") + spelling;
-        if (TakesValue(*option)) {
-          const std::string list = ValueCompletion(option->get_type_name());
-          values << "    '" << command->get_name() << " " << spelling << "') "
-                 << (list.empty() ? "return" : "mapfile -t COMPREPLY < <(" + list + "); return") << " ;;\n";
-        }
-      }
-    }
-    words << "    " << command->get_name() << ") words='" << spelled << "' ;;\n";
-  }
-  std::string own;
-  for (const CLI::Option* option : Options(app)) {
-    for (const std::string& spelling : Spellings(*option)) {
-      own += " " + spelling;
-    }
-  }
-  return "# bash completion for orva, made by 'orva --completion bash'\n"
-         "_orva() {\n"
-         "  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} words=\n"
-         "  COMPREPLY=()\n"
-         "  if ((COMP_CWORD == 1)); then\n"
-         "    mapfile -t COMPREPLY < <(compgen -W '" +
-         commands + own +
-         "' -- \"$word\")\n"
-         "    return\n"
-         "  fi\n"
-         "  case \"${COMP_WORDS[1]} $before\" in\n" +
-         values.str() +
-         "  esac\n"
-         "  case \"${COMP_WORDS[1]}\" in\n" +
-         words.str() +
-         "  esac\n"
-         "  if [[ $word == -* ]]; then\n"
-         "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\")\n"
-         "  else\n"
-         "    mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n"
-         "  fi\n"
-         "}\n"
-         "complete -o filenames -F _orva orva\n";
-}
-
 }  // namespace
 
 bool WroteDocuments(const CLI::App& app, int argc, const char* const* argv) {
@@ -196,8 +109,8 @@ bool WroteDocuments(const CLI::App& app, int argc, const char* const* argv) {
     return false;
   }
   const std::string_view wish = argv[1];
-  if (wish == "--completion" && std::string_view(argv[2]) == "bash") {
-    const std::string script = BashCompletion(app);
+  if (wish == "--completion") {
+    const std::string script = CompletionScript(app, argv[2]);
     if (std::fwrite(script.data(), 1, script.size(), stdout) != script.size() || std::fflush(stdout) != 0) {
       throw Failure("cannot write the completion script to standard output.");
     }
