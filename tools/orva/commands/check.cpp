@@ -7,6 +7,7 @@
 #include "param/calibration_folder.h"
 #include "sessions/calibration_files.h"
 #include "shared/failure.h"
+#include "shared/json.h"
 #include "shared/models.h"
 #include "shared/standard_output.h"
 #include "shared/terminal.h"
@@ -24,7 +25,20 @@ constexpr const char* kExamples =
 struct CheckOptions {
   std::string folder;
   LidarType model = TS4B;
+  bool json = false;
 };
+
+std::string Json(const CheckOptions& options, const CalibrationFiles& files) {
+  JsonObject object;
+  object.Add("folder", options.folder)
+      .Add("model", TraitsOf(options.model).name)
+      .Add("accepted", files.accepted)
+      .Add("verdict", files.verdict)
+      .Add("kinds", files.kinds)
+      .Add("details", files.details)
+      .Add("ignored", files.ignored);
+  return object.Text() + "\n";
+}
 
 void Check(const CheckOptions& options) {
   if (!tevoro::lidar::HasCalibrationFiles(options.model)) {
@@ -42,7 +56,7 @@ void Check(const CheckOptions& options) {
     report +=
         TheVerbosity() == Verbosity::kVerbose ? ":\n" + files.ignored_paths : "; --verbose lists them.\n";
   }
-  PrintResult(report);
+  PrintResult(options.json ? Json(options, files) : report);
   if (!files.accepted) {
     throw Failure("the driver does not accept " + options.folder + " for " + OneOf(options.model) + ".");
   }
@@ -56,6 +70,7 @@ void AddCheck(CLI::App& app) {
   const auto options = std::make_shared<CheckOptions>();
   command->add_option("FOLDER", options->folder, "The folder of calibration files")->required();
   AddModelOption(*command, options->model)->required();
+  command->add_flag("--json", options->json, "The report as one JSON object");
   command->footer(kExamples);
   command->callback([options] { Check(*options); });
 }

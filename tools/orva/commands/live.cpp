@@ -1,19 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <pthread.h>
+
 #include <CLI/CLI.hpp>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "commands/commands.h"
+#include "config/sensors.h"
 #include "formats/frame_export.h"
 #include "formats/imu_file.h"
 #include "formats/output_file.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
+#include "sessions/live_reports.h"
 #include "sessions/live_session.h"
 #include "sessions/other_listeners.h"
 #include "sessions/packet_losses.h"
@@ -34,15 +42,19 @@ constexpr const char* kExamples =
     "  orva live --model TS4B --port 6699 --calib calib/\n"
     "  orva live --model TS6 --port 6699 --sensor 192.168.1.200 --command-port 6690 \\\n"
     "      --frames 100 --out clouds/ --format pcd,ply --imu imu.csv\n"
+    "  orva live --config car.toml --metrics 9100\n"
     "Ctrl-C ends it, and completes the files.\n";
 
 struct LiveOptions {
+  std::string name;  ///< of the sensor, where there are several
   DriverParam param = OpenParam(ONLINE);
   bool uncalibrated = false;  ///< wanted
   ExportOptions files;
   std::string imu;
   double seconds = 0.0;
   std::uint64_t frames = 0;
+  LiveReportOptions reports;
+  std::string config;
 };
 
 std::string CalibrationText(const DriverParam& param, const DriverStatistics& statistics) {
@@ -71,7 +83,8 @@ double SecondsSinceEpoch() {
 /// Prints the line of every second from the difference to the second before.
 class StatusLine {
  public:
-  explicit StatusLine(const DriverParam& param) : param_(param) {}
+  StatusLine(const LiveOptions& options, LiveReports& reports)
+      : options_(options), param_(options.param), reports_(reports) {}
 
   void PrintIfDue(LiveSession& session) {
     const Clock::time_point now = Clock::now();
@@ -108,6 +121,7 @@ class StatusLine {
       line += "  not stored: " + std::to_string(counts.missed);
     }
     Say(line);
+    Report(counts, statistics, false);
     before_ = counts;
     last_ = now;
   }
@@ -123,10 +137,18 @@ class StatusLine {
   }
   std::string Silence() const { return silence_.Text(Clock::now()); }
 
+  /// `last`: the run is over.
+  void Report(const LiveCounts& counts, const DriverStatistics& statistics, bool last) const {
+    reports_.Status({options_.name, TraitsOf(param_.lidar_type).name, counts, statistics},
+                    Elapsed(Clock::now()), last);
+  }
+
   double Elapsed(Clock::time_point now) const { return std::chrono::duration<double>(now - start_).count(); }
 
  private:
+  const LiveOptions& options_;
   const DriverParam& param_;
+  LiveReports& reports_;
   Clock::time_point start_ = Clock::now();
   Clock::time_point last_ = start_;
   LiveCounts before_;
@@ -197,7 +219,7 @@ std::uint64_t FramesThatCount(const LiveOptions& options, const LiveCounts& coun
   return options.uncalibrated ? counts.frames : counts.frames - counts.uncalibrated;
 }
 
-void Live(const LiveOptions& options) {
+void Live(const LiveOptions& options, LiveReports& reports) {
   FrameExport files(options.files, options.param);
   std::optional<ImuFile> imu;
   const bool uncalibrated = CheckCalibration(options.param, options.uncalibrated);
@@ -212,7 +234,7 @@ void Live(const LiveOptions& options) {
                                       .imu = files.takes_imu() || imu.has_value(),
                                       .uncalibrated = options.uncalibrated});
   Say("listening on UDP port " + std::to_string(options.param.input_param.msop_port) + "; Ctrl-C ends");
-  StatusLine status(options.param);
+  StatusLine status(options, reports);
   int stored = 0;
   bool over = false;
   while (!over) {
@@ -249,12 +271,80 @@ void Live(const LiveOptions& options) {
     Say(files.Summary());
   }
   const DriverStatistics statistics = session.Stop();
+  status.Report(session.Counts(), statistics, true);
   Conclude(options, session.Counts(), statistics, status.Silence());
 }
 
+/// The options of one sensor of a configuration file; what it does not say stays as the command line has it.
+LiveOptions OptionsOf(const config::Sensor& sensor, const LiveOptions& common) {
+  LiveOptions options = common;
+  options.name = sensor.name;
+  options.param = sensor.param;
+  options.uncalibrated = sensor.uncalibrated || common.uncalibrated;
+  options.files.folder = sensor.out;
+  options.files.mcap.cloud.frame_id = sensor.frame_id;
+  if (!sensor.formats.empty()) {
+    options.files.formats = sensor.formats;
+  }
+  options.imu = sensor.imu;
+  return options;
+}
+
+/// Runs every sensor on a thread of its own. One that fails does not end the others; it ends the program with
+/// an error once they have ended too.
+void LiveSeveral(const LiveOptions& common, LiveReports& reports) {
+  std::vector<LiveOptions> sensors;
+  try {
+    for (const config::Sensor& sensor : config::ReadSensors(common.config)) {
+      sensors.push_back(OptionsOf(sensor, common));
+    }
+  } catch (const config::Error& error) {
+    throw Failure(error.what());
+  }
+  CatchInterrupts();
+  std::atomic<std::size_t> failed = 0;
+  {
+    std::vector<std::jthread> threads;
+    for (const LiveOptions& options : sensors) {
+      threads.emplace_back([&options, &reports, &failed] {
+        pthread_setname_np(pthread_self(), "orva-sensor");
+        SpeakFor(options.name);
+        try {
+          Live(options, reports);
+        } catch (const std::exception& error) {
+          ++failed;
+          Complain(error.what());
+          reports.Failed(options.name, error.what());
+        }
+      });
+    }
+  }
+  if (failed > 0) {
+    throw Failure(std::to_string(failed) + " of " + std::to_string(sensors.size()) + " sensors failed.");
+  }
+}
+
+void RunLive(const LiveOptions& options) {
+  LiveReports reports(options.reports);
+  if (!options.config.empty()) {
+    LiveSeveral(options, reports);
+    return;
+  }
+  if (options.param.lidar_type == 0 || options.param.input_param.msop_port == 0) {
+    throw WrongUsage("a sensor needs --model and --port; several stand in a file, see --config");
+  }
+  try {
+    Live(options, reports);
+  } catch (const Failure& failure) {
+    reports.Failed("", failure.what());
+    throw;
+  }
+}
+
 void AddSourceOptions(CLI::App& command, DriverParam& param) {
-  AddModelOption(command, param.lidar_type)->required();
+  AddModelOption(command, param.lidar_type);
   AddListenOptions(command, param.input_param);
+  command.get_option("--port")->required(false);
   command
       .add_option("--calib", param.calibration_param.calib_folder, "Folder of the sensor's calibration files")
       ->type_name("FOLDER");
@@ -274,8 +364,16 @@ void AddLive(CLI::App& app) {
       ->type_name("FILE");
   AddUncalibratedOption(*command, options->uncalibrated);
   AddDecoderOptions(*command, options->param.decoder_param);
+  AddLiveReportOptions(*command, options->reports);
+  CLI::Option* config =
+      command->add_option("--config", options->config, "Several sensors, each a section of a TOML file");
+  config->type_name("FILE");
+  for (const char* name : {"--model", "--port", "--host", "--calib", "--sensor", "--out", "--imu",
+                           "--distance", "--azimuth", "--elevation", "--mount"}) {
+    config->excludes(command->get_option(name));
+  }
   command->footer(kExamples);
-  command->callback([options] { Live(*options); });
+  command->callback([options] { RunLive(*options); });
 }
 
 }  // namespace orva

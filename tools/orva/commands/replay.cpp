@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,7 +16,9 @@
 #include "shared/failure.h"
 #include "shared/frame_table.h"
 #include "shared/interrupt.h"
+#include "shared/json.h"
 #include "shared/models.h"
+#include "shared/standard_output.h"
 #include "shared/terminal.h"
 
 namespace orva {
@@ -40,7 +43,47 @@ struct ReplayOptions {
   std::string frames = "all";
   bool uncalibrated = false;  ///< wanted
   ExportOptions files;
+  bool json = false;
 };
+
+std::string FrameJson(int frame, int part, const Cloud& cloud, const FrameOrigin& origin) {
+  JsonObject line;
+  line.Add("type", "frame")
+      .Add("frame", frame)
+      .Add("part", part)
+      .Add("points", cloud.points.size())
+      .Add("valid", CountValid(cloud))
+      .Add("timestamp", cloud.timestamp)
+      .Add("first_packet", origin.first_packet)
+      .Add("last_packet", origin.last_packet)
+      .Add("imu_samples", origin.imu.size())
+      .Add("temperature_a", cloud.temperature_a)
+      .Add("temperature_b", cloud.temperature_b)
+      .Add("status_word", cloud.status_word)
+      .Add("status_byte", cloud.status_byte);
+  return line.Text() + "\n";
+}
+
+/// Of the whole run; its counts are sums over the frames that were chosen.
+struct ReplayTotals {
+  std::uint64_t clouds = 0;
+  std::uint64_t points = 0;
+  std::uint64_t valid = 0;
+};
+
+std::string SummaryJson(const ReplayOptions& options, const ReplayTotals& totals, const FrameExport& files,
+                        bool uncalibrated) {
+  JsonObject line;
+  line.Add("type", "summary")
+      .Add("file", options.param.input_param.pcap_path)
+      .Add("model", TraitsOf(options.param.lidar_type).name)
+      .Add("clouds", totals.clouds)
+      .Add("points", totals.points)
+      .Add("valid", totals.valid)
+      .Add("uncalibrated", uncalibrated)
+      .Add("files", files.files());
+  return line.Text() + "\n";
+}
 
 void Replay(const ReplayOptions& options) {
   FrameExport files(options.files, options.param);
@@ -53,9 +96,12 @@ void Replay(const ReplayOptions& options) {
   files.Open(frames);
 
   RecordingSummary summary(options.param.lidar_type);
+  ReplayTotals totals;
   {
     Progress progress("replaying", static_cast<int>(frames.size()));
-    progress.Line(FrameTableHead());
+    if (!options.json) {
+      progress.Line(FrameTableHead());
+    }
     session.Play(frames, [&](int frame, int part, const Cloud& cloud) {
       const FrameOrigin& origin = session.Origin();
       for (const auto& [sample, received] : origin.imu) {
@@ -69,7 +115,14 @@ void Replay(const ReplayOptions& options) {
                           .uncalibrated = uncalibrated});
       files.WriteStatus(origin.statistics, origin.last_packet);
       summary.Add(frame, cloud);
-      progress.Line(FrameTableRow(frame, part, cloud));
+      ++totals.clouds;
+      totals.points += cloud.points.size();
+      totals.valid += CountValid(cloud);
+      if (options.json) {
+        PrintResult(FrameJson(frame, part, cloud, origin));
+      } else {
+        progress.Line(FrameTableRow(frame, part, cloud));
+      }
       progress.Step(summary.clouds());
     });
   }
@@ -79,6 +132,9 @@ void Replay(const ReplayOptions& options) {
   }
   summary.Tell(session);
   files.Commit();
+  if (options.json) {
+    PrintResult(SummaryJson(options, totals, files, uncalibrated));
+  }
   if (files.files() > 0) {
     Say(files.Summary() + (uncalibrated ? ", uncalibrated" : ""));
   }
@@ -93,6 +149,8 @@ void AddReplay(CLI::App& app) {
   command->get_option("--model")->required();
   AddFrameListOption(*command, options->frames);
   AddExportOptions(*command, options->files);
+  command->add_flag("--json", options->json,
+                    "A JSON object a line on standard output, for each frame and at the end");
   command->footer(kExamples);
   command->callback([options] {
     UseCalibrationBeside(options->param);

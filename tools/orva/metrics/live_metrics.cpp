@@ -27,6 +27,8 @@ constexpr Metric kMetrics[] = {
      [](const SensorCounts& s) { return s.counts.frames; }},
     {"orva_points_total", "counter", "Points of these frames, with those without a return.",
      [](const SensorCounts& s) { return s.counts.points; }},
+    {"orva_incomplete_frames_total", "counter", "Frames with fewer points than the model's grid.",
+     [](const SensorCounts& s) { return s.counts.judged.incomplete(); }},
     {"orva_imu_samples_total", "counter", "IMU samples delivered.",
      [](const SensorCounts& s) { return s.counts.imu_samples; }},
     {"orva_not_stored_total", "counter", "Frames and IMU samples that came faster than they were stored.",

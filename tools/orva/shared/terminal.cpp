@@ -15,6 +15,8 @@
 namespace orva {
 namespace {
 
+thread_local std::string speaker;
+
 bool IsTerminal() {
   static const bool is_terminal = isatty(STDERR_FILENO) == 1;
   return is_terminal;
@@ -71,7 +73,7 @@ std::string Wrap(const std::string& text, std::size_t width) {
 
 /// `label` is the part of the text that may be coloured.
 void Print(const char* escape, const std::string& label, const std::string& text) {
-  std::string line = label + text;
+  std::string line = label + (speaker.empty() ? "" : speaker + ": ") + text;
   if (IsTerminal()) {
     line = Wrap(line, std::min<std::size_t>(Width(), 100));
   }
@@ -96,6 +98,10 @@ void AddVerbosityOptions(CLI::App& command) {
 
 Verbosity TheVerbosity() {
   return Chosen();
+}
+
+void SpeakFor(const std::string& name) {
+  speaker = name;
 }
 
 void Say(const std::string& text) {

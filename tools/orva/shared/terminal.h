@@ -20,6 +20,8 @@ enum class Verbosity { kQuiet, kNormal, kVerbose };
 void AddVerbosityOptions(CLI::App& command);
 Verbosity TheVerbosity();
 
+/// From now on, what this thread says begins with this name: several sensors speak at once.
+void SpeakFor(const std::string& name);
 void Say(const std::string& text);     ///< not with --quiet
 void Detail(const std::string& text);  ///< with --verbose only
 void Warn(const std::string& text);
