@@ -128,7 +128,7 @@ TEST_F(RecordTest, StoresTheSensorsCalibrationWhereReplayFindsIt) {
     EXPECT_EQ(tool.Wait(), 0) << tool.errors();
     ToolProcess again(Arguments(more));
     EXPECT_EQ(again.Wait(), 1);
-    EXPECT_NE(again.errors().find("exists already"), std::string::npos) << again.errors();
+    EXPECT_NE(again.errors().find("earlier recording"), std::string::npos) << again.errors();
   }
   const auto numbers = [this](const std::string& name) {
     std::ifstream file(folder_ / "a.calib" / name);
@@ -162,7 +162,8 @@ TEST_F(RecordTest, CompletionAndManualPagesKnowEveryCommand) {
   const std::pair<const char*, const char*> others[] = {
       {"zsh", "zsh -n FILE"},  // its completion needs a terminal
       {"fish",
-       "test \"$(fish -c 'source FILE; complete -C \"orva live --model TS4\"' | cut -f1 | sort | tr '\\n' ' ')\" = "
+       "test \"$(fish -c 'source FILE; complete -C \"orva live --model TS4\"' | cut -f1 | sort | tr '\\n' ' "
+       "')\" = "
        "'TS4 TS4A TS4B '"}};
   for (const auto& [shell, check] : others) {
     if (std::system((std::string("command -v ") + shell + " >/dev/null").c_str()) != 0) continue;

@@ -53,7 +53,7 @@ TEST(ToolShape, CloudsComeAsTheyAreWanted) {
   ASSERT_NE(mkdtemp(pattern.data()), nullptr);
   const fs::path folder = pattern;
   const auto record = [&folder](const char* name, LidarType model, size_t missing) {
-    orva::sim::Sensor sensor({.model = model, .frames = 2});
+    orva::sim::Sensor sensor({.model = model, .frames = 3});
     orva::sim::CaptureWriter file(folder / name);
     size_t number = 0;
     for (orva::sim::TimedPacket packet; sensor.Next(packet);) {
@@ -86,12 +86,12 @@ TEST(ToolShape, CloudsComeAsTheyAreWanted) {
   for (const auto& wish : cases) {
     const std::string out = folder / std::to_string(number++);
     const bool lines = wish.file == std::string("lines.pcap");
-    std::vector<std::string> arguments = {
-        "replay", folder / wish.file, "--model", lines ? "NV2" : "TS4B", "--frames", "0", "--out", out};
+    std::vector<std::string> arguments = {"replay",   folder / wish.file, "--model", lines ? "NV2" : "TS4B",
+                                          "--frames", lines ? "1" : "0",  "--out",   out};
     arguments.insert(arguments.end(), wish.options.begin(), wish.options.end());
     ToolProcess tool(arguments);
     EXPECT_EQ(tool.Wait(), 0) << tool.errors();
-    const Pcd pcd = Read(fs::path(out) / "frame_0000.pcd");
+    const Pcd pcd = Read(fs::path(out) / (lines ? "frame_0001.pcd" : "frame_0000.pcd"));
     const size_t points = pcd.nan + pcd.origin + pcd.valid;
     EXPECT_EQ(pcd.width * pcd.height, points) << number;
     EXPECT_EQ(pcd.height, wish.height) << number;

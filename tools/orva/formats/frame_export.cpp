@@ -159,7 +159,8 @@ std::string FrameExport::Summary() const {
   }
   std::string summary = Counted(files_, "file is", "files are") + " in " + options_.folder;
   if (shape_.without_rows() > 0) {
-    summary += "; " + Counted(shape_.without_rows(), "incomplete frame has", "incomplete frames have") + " no rows";
+    summary +=
+        "; " + Counted(shape_.without_rows(), "incomplete frame has", "incomplete frames have") + " no rows";
   }
   return summary;
 }
