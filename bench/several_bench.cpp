@@ -49,7 +49,7 @@ void BindToTwoCores() {
   cpu_set_t all, two;
   CPU_ZERO(&two);
   if (sched_getaffinity(0, sizeof(all), &all) != 0) return;
-  for (int core = 0, chosen = 0; core < CPU_SETSIZE && chosen < 2; ++core) {
+  for (size_t core = 0, chosen = 0; core < CPU_SETSIZE && chosen < 2; ++core) {
     if (!CPU_ISSET(core, &all)) continue;
     CPU_SET(core, &two);
     ++chosen;
