@@ -131,12 +131,13 @@ TEST_F(ReportsTest, ServesMetricsOnLoopback) {
   ASSERT_NE(std::fgets(line.data(), line.size(), pipe), nullptr);
   const std::string process(line.data());
   std::string url, page;
+  bool absent = false;
   while (std::fgets(line.data(), line.size(), pipe) != nullptr) {
     const std::string text = line.data();
     if (const size_t at = text.find("http://127.0.0.1:"); at != std::string::npos) {
       url = text.substr(at, text.find_first_of("\r\n", at) - at);
     }
-    if (text.find("built without") != std::string::npos) break;
+    absent = absent || text.find("built without") != std::string::npos;
     if (text.find("frames/s") == std::string::npos) continue;
     // With bash alone: its /dev/tcp is a client enough.
     const std::string number = url.substr(17, url.find('/', 17) - 17);
@@ -157,6 +158,7 @@ TEST_F(ReportsTest, ServesMetricsOnLoopback) {
   }
   std::system(("kill -INT " + process).c_str());
   pclose(pipe);
+  if (absent) GTEST_SKIP() << "the tool was built without an HTTP library";
   EXPECT_THAT(page, HasSubstr(" 200 OK"));
   EXPECT_THAT(page, HasSubstr("# TYPE orva_frames_total counter\norva_frames_total{model=\"NV2\"} "));
   EXPECT_THAT(page, HasSubstr("orva_packets_lost_total{model=\"NV2\",reason=\"kernel\"} "));

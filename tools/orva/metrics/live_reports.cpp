@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "sessions/live_reports.h"
+#include "metrics/live_reports.h"
 
 #include <CLI/CLI.hpp>
 #include <charconv>

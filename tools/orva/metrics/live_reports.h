@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef ORVA_TOOLS_SESSIONS_LIVE_REPORTS_H_
-#define ORVA_TOOLS_SESSIONS_LIVE_REPORTS_H_
+#ifndef ORVA_TOOLS_METRICS_LIVE_REPORTS_H_
+#define ORVA_TOOLS_METRICS_LIVE_REPORTS_H_
 
 #include <map>
 #include <memory>
@@ -45,4 +45,4 @@ class LiveReports {
 
 }  // namespace orva
 
-#endif  // ORVA_TOOLS_SESSIONS_LIVE_REPORTS_H_
+#endif  // ORVA_TOOLS_METRICS_LIVE_REPORTS_H_
