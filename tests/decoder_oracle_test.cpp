@@ -83,6 +83,8 @@ TYPED_TEST(DecoderOracle, AgreesOnEveryGridCode) {
       Packet packet = PlausiblePacket(random, model);
       for (unsigned k = 0; k < blocks; ++k) packet.Code(k, (code + k) / 256, (code + k) % 256);
       rig.Feed(packet);
+      rig.Feed(packet,
+               static_cast<uint16_t>(Pick(random, 0, blocks)));  // a frame end before the start counts not
       rig.Feed(packet.Code(Pick(random, 0, blocks - 1), 7, 7));  // a run of codes but for one
     }
     ASSERT_NO_FATAL_FAILURE(rig.Compare());
