@@ -99,8 +99,8 @@ std::string BashCompletion(const CLI::App& app) {
          "complete -o filenames -F _orva orva\n";
 }
 
-/// Inside single quotes of zsh and fish; zsh reads brackets and colons of a specification itself.
-std::string Quoted(const std::string& text, bool specification) {
+/// Inside single quotes of zsh and fish; zsh gives brackets and colons in a description a meaning.
+std::string Quoted(const std::string& text, bool described) {
   std::string quoted;
   for (const char c : text) {
     if (c == '\'') {
@@ -108,7 +108,7 @@ std::string Quoted(const std::string& text, bool specification) {
     } else if (c == '\n') {
       quoted += ' ';
     } else {
-      if (specification && (c == '[' || c == ']' || c == ':' || c == '\\')) quoted += '\\';
+      if (described && (c == '[' || c == ']' || c == ':' || c == '\\')) quoted += '\\';
       quoted += c;
     }
   }
