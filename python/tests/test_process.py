@@ -44,20 +44,24 @@ def test_ctrl_c_reaches_a_recording_and_leaves_it_usable(recorded):
     code = f"""
 import signal
 import orva
-fail = True
+armed = False
 def handler(number, frame):
-    raise KeyboardInterrupt
+    if armed:
+        raise KeyboardInterrupt
 signal.signal(signal.SIGALRM, handler)
 recording = orva.open({str(recorded("TS4B", 4))!r}, model="TS4B")
 want = [cloud.points.tobytes() for cloud in recording]
 interrupted = 0
 for k in range(200):
-    signal.setitimer(signal.ITIMER_REAL, 0.0002 + 0.00001 * (k % 50))
     try:
+        armed = True
+        signal.setitimer(signal.ITIMER_REAL, 0.0002 + 0.00001 * (k % 50))
         for _ in range(50):
             recording[k % 4]
+        armed = False
     except KeyboardInterrupt:
         interrupted += 1
+    armed = False
     signal.setitimer(signal.ITIMER_REAL, 0)
     assert recording[k % 3].points.tobytes() == want[k % 3], k
 print(interrupted)
