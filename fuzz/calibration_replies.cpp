@@ -40,6 +40,7 @@ void CalibrationReplies(const uint8_t* data, size_t size) {
           stream.PushData(model, reply.data(), static_cast<int>(length), &record, last_chunk, complete);
       if (next == -1 && last_chunk && !complete) continue;  // refused
       ORVA_EXPECT(length >= 4 && reply[0] == 'Z' && complete == (next == 0 && last_chunk));
+      if (complete) return;  // nobody asks for more
     }
   }
 }

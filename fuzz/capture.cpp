@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 #include <vector>
 
 #include "expect.h"
@@ -32,15 +34,22 @@ int Receive(InputPcap& input, long* position, bool record, std::vector<uint8_t>&
   return result;
 }
 
+/// libpcap's own answer; each program is compiled once.
+const bpf_program& Filter(pcap_t* handle, uint16_t port) {
+  static auto& programs = *new std::map<std::pair<int, uint16_t>, bpf_program>;  // for good
+  const auto [place, fresh] = programs.try_emplace({pcap_datalink(handle), port});
+  const std::string text = port == 0 ? "(udp)" : "(udp dst port " + std::to_string(port) + ")";
+  if (fresh) pcap_compile(handle, &place->second, text.c_str(), 1, PCAP_NETMASK_UNKNOWN);
+  return place->second;
+}
+
 /// Lengths of the payloads for us, by libpcap's filter alone.
-std::vector<int> FilteredLengths(const std::string& path, uint16_t port) {
+std::vector<int> FilteredLengths(const uint8_t* data, size_t size, uint16_t port) {
   std::vector<int> lengths;
   char error[PCAP_ERRBUF_SIZE];
-  pcap_t* handle = pcap_open_offline(path.c_str(), error);
+  pcap_t* handle = pcap_fopen_offline(fmemopen(const_cast<uint8_t*>(data), size, "r"), error);
   ORVA_EXPECT(handle != nullptr);
-  bpf_program filter{};
-  const std::string text = port == 0 ? "(udp)" : "(udp dst port " + std::to_string(port) + ")";
-  pcap_compile(handle, &filter, text.c_str(), 1, PCAP_NETMASK_UNKNOWN);
+  const bpf_program& filter = Filter(handle, port);
   pcap_pkthdr* header = nullptr;
   const u_char* record = nullptr;
   while (pcap_next_ex(handle, &header, &record) >= 0) {
@@ -49,7 +58,6 @@ std::vector<int> FilteredLengths(const std::string& path, uint16_t port) {
     if (!offset || header->len <= *offset || header->len - *offset > 1546) continue;
     lengths.push_back(static_cast<int>(header->len - *offset));
   }
-  pcap_freecode(&filter);
   pcap_close(handle);
   return lengths;
 }
@@ -73,7 +81,7 @@ void Capture(const uint8_t* data, size_t size) {
     if (result > 0) lengths.push_back(result);
     if (result > 0 && records.size() < 64) records.push_back(record);
   }
-  ORVA_EXPECT(lengths == FilteredLengths(param.pcap_path, param.msop_port));
+  ORVA_EXPECT(lengths == FilteredLengths(data, size, param.msop_port));
   // Every record is found again where it stood, from last to first.
   std::reverse(records.begin(), records.end());
   std::vector<uint8_t> payload;

@@ -3,10 +3,8 @@
 #include <array>
 #include <cstring>
 #include <iterator>
-#include <list>
+#include <limits>
 #include <memory>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "decoder/decoder_factory.h"
@@ -45,14 +43,29 @@ class Pieces {
 constexpr LidarType kModels[] = {KR7, NV2, TS4A, TS4B, TS4, TS6};
 /// Limits, mounting and what a calibration is filled with.
 using Numbers = std::array<float, 17>;
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+constexpr float kLargest = std::numeric_limits<float>::max();
+constexpr float kSmallest = std::numeric_limits<float>::denorm_min();
+/// The grid models prepare tables, which takes longer than a thousand packets. So decoders are made once for
+/// each of these, and the input chooses.
+constexpr Numbers kSetups[] = {
+    {0, 1000, -360, 360, -360, 360},
+    {0.5F, 200, -60, 60, -15, 15, 45, 0.1F, -0.2F, 1.5F, -59.5F, 12.25F, 0.01F, 3, 40, 2, -0.05F},
+    {2, 1, 10, -10, 0, 0, 1e6F, -1e6F, 0, 0, 400, -400, 1e9F, -1e9F, 5, 0, 1},
+    {kNan, kNan, kNan, kNan, kNan, kNan, kNan, kNan, 0, 0, kNan, 1, kNan, -1, kNan, 0, kNan},
+    {-kInfinity, kInfinity, -kInfinity, kInfinity, -kLargest, kLargest, kInfinity, kLargest, -kLargest,
+     kSmallest, kInfinity, -kInfinity, kLargest, -kLargest, kSmallest, -kSmallest, 1},
+};
 
 template <typename PC>
-std::shared_ptr<tevoro::lidar::Decoder<PC>> MakeDecoder(LidarType model, const Numbers* numbers) {
-  DecoderParam param{0.0F, 1000.0F, -360.0F, 360.0F, -360.0F, 360.0F, false, 0, 0, 0, 0, 0, 0};
-  if (numbers == nullptr) return tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
-  const Numbers& n = *numbers;
-  param = {n[0], n[1], n[2], n[3], n[4], n[5], true, n[6], 1.0F, 2.0F, n[7], n[8], n[9]};
-  auto decoder = tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
+using DecoderPtr = std::shared_ptr<tevoro::lidar::Decoder<PC>>;
+
+template <typename PC>
+DecoderPtr<PC> MakeDecoder(LidarType model, const Numbers& n) {
+  const bool mounted = &n != kSetups;
+  const DecoderParam param{n[0], n[1], n[2], n[3], n[4], n[5], mounted, n[6], 1, 2, n[7], n[8], n[9]};
+  const auto decoder = tevoro::lidar::DecoderFactory<PC>::CreateDecoder(model, param);
   // Seven numbers fill the tables in turn, so that neighbours differ.
   const auto check = std::make_unique<CheckParam>();
   for (size_t i = 0; i < tevoro::lidar::CALIB_TABLE_ENTRIES; ++i) {
@@ -61,34 +74,22 @@ std::shared_ptr<tevoro::lidar::Decoder<PC>> MakeDecoder(LidarType model, const N
   }
   for (size_t i = 0; i < 4; ++i) check->weight[i] = n[10 + (i * 3) % 7];
   for (size_t i = 0; i < 8; ++i) check->near_filter[i] = n[10 + (i * 5 + 2) % 7];
-  decoder->UpdateCheckParam(check.get());
+  if (mounted) decoder->UpdateCheckParam(check.get());
   return decoder;
 }
 
-/// The grid models prepare tables when they are made, which takes longer than a thousand packets. So the last
-/// ones are kept, their frames closed: what is left of earlier inputs is TS6's place in its cycle of 256
-/// blocks.
+/// Every input closes its frames: what is left of earlier ones is TS6's place in its cycle of 256 blocks.
 template <typename PC>
-std::shared_ptr<tevoro::lidar::Decoder<PC>> GetDecoder(LidarType model, const Numbers* numbers) {
-  if (model != TS4B && model != TS6) return MakeDecoder<PC>(model, numbers);
-  static std::list<std::pair<std::string, std::shared_ptr<tevoro::lidar::Decoder<PC>>>> kept;
-  std::string key = std::to_string(model);
-  if (numbers != nullptr) key.append(reinterpret_cast<const char*>(numbers->data()), sizeof(Numbers));
-  const auto found =
-      std::find_if(kept.begin(), kept.end(), [&](const auto& entry) { return entry.first == key; });
-  if (found != kept.end()) {
-    kept.splice(kept.begin(), kept, found);
-  } else {
-    kept.emplace_front(key, MakeDecoder<PC>(model, numbers));
-    if (kept.size() > 32) kept.pop_back();
-  }
-  return kept.front().second;
+DecoderPtr<PC> GetDecoder(size_t model, size_t setup) {
+  static DecoderPtr<PC> kept[std::size(kModels)][std::size(kSetups)];
+  DecoderPtr<PC>& decoder = kept[model][setup];
+  if (!decoder) decoder = MakeDecoder<PC>(kModels[model], kSetups[setup]);
+  return decoder;
 }
 
 template <typename PC>
-void Run(LidarType model, bool configured, Pieces& pieces) {
-  const auto numbers = pieces.Take<Numbers>();
-  const auto decoder = GetDecoder<PC>(model, configured ? &numbers : nullptr);
+void Run(size_t model, size_t setup, Pieces& pieces) {
+  const auto decoder = GetDecoder<PC>(model, setup);
   const auto fresh_cloud = [] { return std::make_shared<PC>(); };
   decoder->RegisterCallBack([](const Error& error) { ORVA_EXPECT(error.error_level == 1); },
                             [&](const uint16_t&, const double&) { decoder->point_cloud_ = fresh_cloud(); });
@@ -137,12 +138,12 @@ void Run(LidarType model, bool configured, Pieces& pieces) {
 
 void Decoder(const uint8_t* data, size_t size) {
   Pieces pieces(data, size);
-  const auto model = kModels[pieces.Take<uint8_t>() % std::size(kModels)];
+  const size_t model = pieces.Take<uint8_t>() % std::size(kModels);
   const auto cloud = pieces.Take<uint8_t>();
-  const bool configured = pieces.Take<uint8_t>() == 0xFF;
-  if (cloud % 3 == 0) Run<PointCloud<Point>>(model, configured, pieces);
-  if (cloud % 3 == 1) Run<PointCloud<PointTime>>(model, configured, pieces);
-  if (cloud % 3 == 2) Run<PointCloud<PointSource>>(model, configured, pieces);
+  const size_t setup = pieces.Take<uint8_t>() % std::size(kSetups);
+  if (cloud % 3 == 0) Run<PointCloud<Point>>(model, setup, pieces);
+  if (cloud % 3 == 1) Run<PointCloud<PointTime>>(model, setup, pieces);
+  if (cloud % 3 == 2) Run<PointCloud<PointSource>>(model, setup, pieces);
 }
 
 }  // namespace orva::fuzz

@@ -41,7 +41,7 @@ void McapWriter(const uint8_t* data, size_t size) {
   {
     mcap::Writer writer(sink, options);
     std::vector<uint32_t> sequences(1, 0);
-    while (size > 0) {
+    for (int i = 0; i < 64 && size > 0; ++i) {
       const uint8_t action = next();
       const std::string text(action / 16, static_cast<char>(next()));
       switch (action % 16) {
@@ -58,7 +58,8 @@ void McapWriter(const uint8_t* data, size_t size) {
           writer.AddMetadata(text, {{text, text}});
           break;
         case 4:
-          writer.Attach({.name = std::to_string(size), .media_type = text}, mcap::Bytes(data, size));
+          writer.Attach({.name = std::to_string(size), .media_type = text},
+                        mcap::Bytes(data, std::min<size_t>(size, 64)));
           break;
         default: {
           const uint16_t channel = next() % 8;

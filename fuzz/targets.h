@@ -11,12 +11,13 @@ namespace orva::fuzz {
 /// A capture file, as it is. An odd size reads every datagram, an even one those to port 2368.
 void Capture(const uint8_t* data, size_t size);
 
-/// Bytes 0 to 2: model, cloud type, 255 for a decoder that is configured. Then 17 floats to configure it
-/// with: limits, mounting, calibration. Then packets: a byte that says what to do with it, two of start
-/// block, the packet's bytes behind its identifier. What is missing at the end counts as zeros.
+/// Bytes 0 to 2: model, cloud type, limits with mounting and calibration. Then packets: a byte that says what
+/// to do with it, two of start block, the packet's bytes behind its identifier. What is missing at the end
+/// counts as zeros.
 void Decoder(const uint8_t* data, size_t size);
 
-/// Up to four texts, parted by form feeds: azimuth, elevation, weight and near filter file.
+/// Byte 0 even: which columns of the file that follows are taken, and how many values. Odd: a folder of up to
+/// four texts, parted by form feeds: azimuth, elevation, weight and near filter file.
 void CalibrationFolder(const uint8_t* data, size_t size);
 
 /// Byte 0: model. Then replies of a calibration download: a byte that says whether the magic word is put in

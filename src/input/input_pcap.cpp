@@ -21,14 +21,14 @@ constexpr size_t kFileBuffer = 128 * 1024;
 constexpr int kPcapngMajorVersion = 1;
 
 /// Opens a capture file to be read through `buffer`. Null for what is not a capture.
-pcap_t* OpenCapture(const std::string& path, std::vector<char>& buffer) {
+pcap_t* OpenCapture(const std::string& path, std::unique_ptr<char[]>& buffer) {
   struct stat status {};
   // A pipe could neither be rewound nor be waited for.
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-  buffer.resize(kFileBuffer);
+  buffer = std::make_unique_for_overwrite<char[]>(kFileBuffer);
   std::FILE* file = std::fopen(path.c_str(), "rbe");
   if (file == nullptr) return nullptr;
-  std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+  std::setvbuf(file, buffer.get(), _IOFBF, kFileBuffer);
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(file, error);
   if (handle == nullptr) {

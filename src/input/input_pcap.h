@@ -57,7 +57,7 @@ class InputPcap : public Input {
   /// Notes the sections that begin between `position` and where the file now stands.
   void NoteSections(long position);
 
-  std::vector<char> file_buffer_;  ///< outlives the handle, which reads through it
+  std::unique_ptr<char[]> file_buffer_;  ///< outlives the handle, which reads through it
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
   bool is_pcapng_ = false;

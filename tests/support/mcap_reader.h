@@ -4,6 +4,7 @@
 #include <lz4frame.h>
 #include <zstd.h>
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -54,11 +55,17 @@ class McapReader {
     return number;
   }
   static uint32_t Crc(Bytes bytes) {
+    static const auto table = [] {
+      std::array<uint32_t, 256> remainders{};
+      for (uint32_t i = 0; i < remainders.size(); ++i) {
+        remainders[i] = i;
+        for (int bit = 0; bit < 8; ++bit)
+          remainders[i] = (remainders[i] >> 1) ^ (0xEDB88320 & -(remainders[i] & 1));
+      }
+      return remainders;
+    }();
     uint32_t crc = ~0U;
-    for (const uint8_t byte : bytes) {
-      crc ^= byte;
-      for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320 & -(crc & 1));
-    }
+    for (const uint8_t byte : bytes) crc = (crc >> 8) ^ table[(crc ^ byte) & 0xFF];
     return ~crc;
   }
 
