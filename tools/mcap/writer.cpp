@@ -69,6 +69,21 @@ constexpr auto kCrcTables = [] {
   return tables;
 }();
 
+constexpr std::size_t kCrcStep = kCrcTables.size();
+
+inline std::uint32_t CrcStep(const std::uint8_t* at, std::uint32_t crc) {
+  std::uint32_t next = 0;
+  for (std::size_t i = 0; i < kCrcStep; i += 4) {
+    const std::uint32_t four = (std::uint32_t{at[i]} | std::uint32_t{at[i + 1]} << 8 |
+                                std::uint32_t{at[i + 2]} << 16 | std::uint32_t{at[i + 3]} << 24) ^
+                               (i == 0 ? crc : 0);
+    const auto* table = &kCrcTables[kCrcStep - 4 - i];
+    next ^= table[3][four & 0xFF] ^ table[2][(four >> 8) & 0xFF] ^ table[1][(four >> 16) & 0xFF] ^
+            table[0][four >> 24];
+  }
+  return next;
+}
+
 /// a * b modulo the CRC's polynomial.
 std::uint32_t MultiplyModulo(std::uint32_t a, std::uint32_t b) {
   std::uint32_t product = 0;
@@ -275,25 +290,24 @@ Status SystemStatus(int error) {
 }  // namespace
 
 std::uint32_t Crc32(Bytes bytes, std::uint32_t crc) {
-  const auto& tables = kCrcTables;
+  // Each step waits for the one before it, so a long run goes as two halves side by side.
+  constexpr std::size_t kWorthHalving = 8192;
   crc = ~crc;
-  const std::uint8_t* at = bytes.data();
-  std::size_t left = bytes.size();
-  const auto word = [&at](std::size_t i) {
-    return std::uint32_t{at[i]} | std::uint32_t{at[i + 1]} << 8 | std::uint32_t{at[i + 2]} << 16 |
-           std::uint32_t{at[i + 3]} << 24;
-  };
-  for (; left >= 16; left -= 16, at += 16) {
-    std::uint32_t next = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-      const std::uint32_t four = word(4 * i) ^ (i == 0 ? crc : 0);
-      next ^= tables[15 - 4 * i][four & 0xFF] ^ tables[14 - 4 * i][(four >> 8) & 0xFF] ^
-              tables[13 - 4 * i][(four >> 16) & 0xFF] ^ tables[12 - 4 * i][four >> 24];
+  if (bytes.size() >= kWorthHalving) {
+    const std::size_t half = bytes.size() / 2 / kCrcStep * kCrcStep;
+    std::uint32_t second = ~std::uint32_t{0};
+    for (std::size_t i = 0; i < half; i += kCrcStep) {
+      crc = CrcStep(&bytes[i], crc);
+      second = CrcStep(&bytes[half + i], second);
     }
-    crc = next;
+    crc = ~JoinCrc(~crc, ~second, half);
+    bytes = bytes.subspan(2 * half);
   }
-  for (; left > 0; --left, ++at) {
-    crc = (crc >> 8) ^ tables[0][(crc ^ *at) & 0xFF];
+  for (; bytes.size() >= kCrcStep; bytes = bytes.subspan(kCrcStep)) {
+    crc = CrcStep(bytes.data(), crc);
+  }
+  for (const std::uint8_t byte : bytes) {
+    crc = (crc >> 8) ^ kCrcTables[0][(crc ^ byte) & 0xFF];
   }
   return ~crc;
 }
