@@ -99,6 +99,18 @@ TEST_F(Facade, DestructionAndInitEndARunningPlay) {
   }
 }
 
+// Only where the library recognises the application's own copy of the base class; this file is built with and
+// without run-time type information.
+TEST_F(Facade, GivesAFreshCloudItsRoomAtOnce) {
+  Player<Cloud> player;
+  ASSERT_GT(player.Open(param_), 0);
+  ASSERT_NE(player.Play(1), nullptr);
+  const auto again = player.Play(1);
+  ASSERT_NE(again, nullptr);
+  ASSERT_GT(again->points.size(), 100U);
+  EXPECT_EQ(again->points.capacity(), again->points.size());
+}
+
 TEST_F(Facade, AnExceptionOfTheFirstGetCallbackReachesTheCaller) {
   bool fails = true;
   Player<Cloud> player([&fails] {

@@ -4,22 +4,31 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <typeinfo>
 
 #include "orva_driver.h"
 
 namespace tevoro::lidar {
 
-/// Does the cloud take its points by the PushPoint of the base class? Told by the first entry of its virtual
-/// table: an application that is built without run-time type information has no type to ask for.
+/// The virtual table of a cloud, by the C++ ABI of this library's platforms: entry 0 is PushPoint, entry -1
+/// the dynamic type, null where the application is built without run-time type information.
 template <typename T>
-bool HasOwnPushPoint(const PointCloud<T>& cloud) {
-  const auto push_point = [](const PointCloud<T>& object) {
-    const void* const* table;
-    std::memcpy(&table, static_cast<const void*>(&object), sizeof(table));
-    return *table;
-  };
-  static const void* const base = push_point(PointCloud<T>());
-  return push_point(cloud) != base;
+const void* const* VirtualTable(const PointCloud<T>& cloud) {
+  const void* const* table;
+  std::memcpy(&table, static_cast<const void*>(&cloud), sizeof(table));
+  return table;
+}
+
+/// Does the cloud take its points by the PushPoint of the base class? Out of line: asked once for each class.
+template <typename T>
+[[gnu::noinline]] bool TakesPointsLikeBase(const void* const* table) {
+  // Types are compared by name: a module loaded by itself, such as Python's, has a base class of its own.
+  if (const auto* type = static_cast<const std::type_info*>(table[-1])) return *type == typeid(PointCloud<T>);
+  // Volatile, for the compiler would otherwise take the library's own table without asking for the
+  // application's, which stands in for it.
+  static const PointCloud<T> base;
+  const PointCloud<T>* const volatile unknown = &base;
+  return table[0] == VirtualTable(*unknown)[0];
 }
 
 /// Appends packets of `N` points to the frame in the making.
@@ -33,7 +42,11 @@ class PointAppender {
   /// its virtual PushPoint.
   template <typename Set>
   void Append(PC& cloud, size_t start, const Set& set) {
-    const bool push = HasOwnPushPoint(cloud);
+    if (const auto* table = VirtualTable(cloud); table != table_) {
+      push_ = !TakesPointsLikeBase<PointType>(table);
+      table_ = table;
+    }
+    const bool push = push_;
     const size_t before = cloud.points.size();
     // Frames of a sensor are of one size: a fresh cloud need not grow step by step.
     if (before == 0 && !push) cloud.points.reserve(last_size_);
@@ -49,7 +62,9 @@ class PointAppender {
   }
 
  private:
-  size_t last_size_ = 0;  ///< of the cloud that was appended to last
+  size_t last_size_ = 0;                ///< of the cloud that was appended to last
+  const void* const* table_ = nullptr;  ///< its virtual table
+  bool push_ = true;
 };
 
 }  // namespace tevoro::lidar
