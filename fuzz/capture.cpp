@@ -10,6 +10,7 @@
 #include "expect.h"
 #include "input/input_pcap.h"
 #include "input/link_header.h"
+#include "support/capture_file.h"
 #include "targets.h"
 
 namespace orva::fuzz {
@@ -21,15 +22,17 @@ using tevoro::lidar::InputPcap;
 struct Record {
   long position;
   std::vector<uint8_t> payload;
+  double received;
 };
 
-int Receive(InputPcap& input, long* position, bool record, std::vector<uint8_t>& payload) {
+int Receive(InputPcap& input, Record& place, bool record) {
   auto buffer = std::make_shared<Buffer>();
-  const int result = input.RecvPacket(buffer, 1546, position, record);
+  const int result = input.RecvPacket(buffer, 1546, &place.position, record);
   ORVA_EXPECT(result >= -1 && result <= 1546);
   if (result > 0) {
     ORVA_EXPECT(buffer->offset == 0 && buffer->length == static_cast<uint64_t>(result));
-    payload.assign(buffer->data.get(), buffer->data.get() + result);
+    place.payload.assign(buffer->data.get(), buffer->data.get() + result);
+    place.received = buffer->received;
   }
   return result;
 }
@@ -43,9 +46,9 @@ const bpf_program& Filter(pcap_t* handle, uint16_t port) {
   return place->second;
 }
 
-/// Lengths of the payloads for us, by libpcap's filter alone.
-std::vector<int> FilteredLengths(const uint8_t* data, size_t size, uint16_t port) {
-  std::vector<int> lengths;
+/// Lengths and times of the payloads for us, by libpcap alone.
+std::vector<std::pair<int, double>> Filtered(const uint8_t* data, size_t size, uint16_t port) {
+  std::vector<std::pair<int, double>> packets;
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(fmemopen(const_cast<uint8_t*>(data), size, "r"), error);
   ORVA_EXPECT(handle != nullptr);
@@ -56,11 +59,90 @@ std::vector<int> FilteredLengths(const uint8_t* data, size_t size, uint16_t port
     if (pcap_offline_filter(&filter, header, record) == 0 || header->caplen < header->len) continue;
     const auto offset = tevoro::lidar::PayloadOffset(pcap_datalink(handle), record, header->caplen);
     if (!offset || header->len <= *offset || header->len - *offset > 1546) continue;
-    lengths.push_back(static_cast<int>(header->len - *offset));
+    packets.emplace_back(header->len - *offset, static_cast<double>(header->ts.tv_sec) +
+                                                    static_cast<double>(header->ts.tv_usec) * 1e-6);
   }
   pcap_close(handle);
-  return lengths;
+  return packets;
 }
+
+/// Builds a pcapng file of the blocks that the input asks for, sound ones for the most part.
+class PcapngFile {
+ public:
+  explicit PcapngFile(const uint8_t* data, size_t size) : data_(data), left_(size) {
+    BeginSection();
+    Interface();
+    for (int i = 0; i < 64 && left_ > 0; ++i) Add();
+  }
+  const std::vector<uint8_t>& Bytes() const { return bytes_; }
+
+ private:
+  void Add() {
+    const uint8_t deed = Next();
+    switch (deed % 8) {
+      case 0:
+        swapped_ = deed / 8 % 2 != 0;
+        BeginSection();
+        break;
+      case 1:
+        Interface();
+        break;
+      case 2:
+        Block(Next() % 16, Raw());
+        break;
+      case 3:
+        bytes_.insert(bytes_.end(), deed, Next());
+        break;
+      default:
+        Packet(deed / 8);
+    }
+  }
+  void BeginSection() { Block(0x0A0D0D0A, Words({0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF})); }
+  void Interface() {
+    const uint32_t resolution = Next();  // 6: microseconds; 0x80 and more: powers of two
+    std::vector<uint8_t> body = Words({swapped_ ? 0x10000U : 1U, 65535});
+    const auto option = Words({swapped_ ? 0x90001U : 0x10009U});
+    body.insert(body.end(), option.begin(), option.end());
+    body.insert(body.end(), {static_cast<uint8_t>(resolution), 0, 0, 0, 0, 0, 0, 0});
+    Block(1, body);
+  }
+  void Packet(uint8_t kind) {
+    const auto frame = test::EthernetFrame(test::Ipv4Udp(kind % 4 == 0 ? 99 : 2368, Raw()));
+    const auto length = static_cast<uint32_t>(frame.size());
+    const uint32_t interface = Next() % 4;
+    std::vector<uint8_t> body =
+        kind % 8 == 7 ? Words({length})
+                      : Words({interface, Next(), Next() * 0x1010101U, length, length + kind / 16});
+    body.insert(body.end(), frame.begin(), frame.end());
+    body.resize((body.size() + 3) / 4 * 4);
+    Block(kind % 8 == 7 ? 3 : 6, body);
+  }
+  void Block(uint32_t type, const std::vector<uint8_t>& body) {
+    const auto length = static_cast<uint32_t>(body.size() + 12);
+    const auto head = Words({type, length});
+    const auto tail = Words({length});
+    bytes_.insert(bytes_.end(), head.begin(), head.end());
+    bytes_.insert(bytes_.end(), body.begin(), body.end());
+    bytes_.insert(bytes_.end(), tail.begin(), tail.end());
+  }
+  std::vector<uint8_t> Words(std::initializer_list<uint32_t> words) const {
+    std::vector<uint8_t> bytes;
+    for (const uint32_t word : words)
+      test::AppendBigEndian(bytes, swapped_ ? word : __builtin_bswap32(word), 4);
+    return bytes;
+  }
+  uint8_t Next() { return left_ == 0 ? uint8_t{0} : (--left_, *data_++); }
+  std::vector<uint8_t> Raw() {
+    std::vector<uint8_t> bytes(Next() % 32);
+    for (uint8_t& byte : bytes) byte = Next();
+    return bytes;
+  }
+
+  const uint8_t* data_;
+  size_t left_;
+  bool swapped_ = false;
+  std::vector<uint8_t> bytes_;
+};
 
 }  // namespace
 
@@ -74,21 +156,27 @@ void Capture(const uint8_t* data, size_t size) {
   if (!input.Init()) return;
 
   std::vector<Record> records;
-  std::vector<int> lengths;
+  std::vector<std::pair<int, double>> packets;
   Record record{};
   int result = 0;
-  while ((result = Receive(input, &record.position, true, record.payload)) != -1) {
-    if (result > 0) lengths.push_back(result);
+  while ((result = Receive(input, record, true)) != -1) {
+    if (result > 0) packets.emplace_back(result, record.received);
     if (result > 0 && records.size() < 64) records.push_back(record);
   }
-  ORVA_EXPECT(lengths == FilteredLengths(data, size, param.msop_port));
-  // Every record is found again where it stood, from last to first.
+  ORVA_EXPECT(packets == Filtered(data, size, param.msop_port));
+  // Every record is found again where it stood, from last to first and then every third.
   std::reverse(records.begin(), records.end());
-  std::vector<uint8_t> payload;
-  for (Record& known : records) {
-    ORVA_EXPECT(Receive(input, &known.position, false, payload) > 0);
-    ORVA_EXPECT(payload == known.payload);
+  for (size_t i = 0; i < 2 * records.size(); ++i) {
+    const Record& known = records[i < records.size() ? i : (i * 3) % records.size()];
+    Record again{known.position, {}, 0.0};
+    ORVA_EXPECT(Receive(input, again, false) > 0);
+    ORVA_EXPECT(again.payload == known.payload && again.received == known.received);
   }
+}
+
+void Pcapng(const uint8_t* data, size_t size) {
+  const PcapngFile file(data, size);
+  Capture(file.Bytes().data(), file.Bytes().size());
 }
 
 }  // namespace orva::fuzz

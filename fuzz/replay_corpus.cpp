@@ -22,6 +22,9 @@ constexpr Target kTargets[] = {
     {"decoder", orva::fuzz::Decoder},
     {"calibration_folder", orva::fuzz::CalibrationFolder},
     {"calibration_replies", orva::fuzz::CalibrationReplies},
+    {"command_channel", orva::fuzz::CommandChannel},
+    {"config", orva::fuzz::Config},
+    {"pcapng", orva::fuzz::Pcapng},
 #ifdef ORVA_FUZZ_MCAP
     {"mcap_writer", orva::fuzz::McapWriter},
 #endif

@@ -11,6 +11,10 @@ namespace orva::fuzz {
 /// A capture file, as it is. An odd size reads every datagram, an even one those to port 2368.
 void Capture(const uint8_t* data, size_t size);
 
+/// Blocks of a pcapng file, in the order of the input: sections in either byte order, interfaces with their
+/// unit of time, packets, and blocks that make no sense.
+void Pcapng(const uint8_t* data, size_t size);
+
 /// Bytes 0 to 2: model, cloud type, limits with mounting and calibration. Then packets: a byte that says what
 /// to do with it, two of start block, the packet's bytes behind its identifier. What is missing at the end
 /// counts as zeros.
@@ -23,6 +27,12 @@ void CalibrationFolder(const uint8_t* data, size_t size);
 /// Byte 0: model. Then replies of a calibration download: a byte that says whether the magic word is put in
 /// and how often the reply comes, two of length, the reply. What is missing at the end counts as zeros.
 void CalibrationReplies(const uint8_t* data, size_t size);
+
+/// Byte 0: what the sensor's stream holds. Then, deed by deed, what it answers to a calibration download.
+void CommandChannel(const uint8_t* data, size_t size);
+
+/// A configuration file.
+void Config(const uint8_t* data, size_t size);
 
 /// Byte 0: how the file is written and ends. Then calls of the writer of MCAP files.
 void McapWriter(const uint8_t* data, size_t size);

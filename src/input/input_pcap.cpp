@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "input/input_pcap.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
+#include <utility>
 
 #include "common/console.h"
 #include "input/link_header.h"
@@ -20,14 +22,10 @@ constexpr size_t kFileBuffer = 128 * 1024;
 /// Of the file format, as libpcap tells it; a classic capture has 2.
 constexpr int kPcapngMajorVersion = 1;
 
-/// Opens a capture file to be read through `buffer`. Null for what is not a capture.
-pcap_t* OpenCapture(const std::string& path, std::unique_ptr<char[]>& buffer) {
-  struct stat status {};
-  // A pipe could neither be rewound nor be waited for.
-  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-  buffer = std::make_unique_for_overwrite<char[]>(kFileBuffer);
-  std::FILE* file = std::fopen(path.c_str(), "rbe");
+/// Lets libpcap read the file through `buffer`. Null, and the file is closed, for what is not a capture.
+pcap_t* OpenCapture(std::FILE* file, std::unique_ptr<char[]>& buffer) {
   if (file == nullptr) return nullptr;
+  buffer = std::make_unique_for_overwrite<char[]>(kFileBuffer);
   std::setvbuf(file, buffer.get(), _IOFBF, kFileBuffer);
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(file, error);
@@ -40,6 +38,13 @@ pcap_t* OpenCapture(const std::string& path, std::unique_ptr<char[]>& buffer) {
   return handle;
 }
 
+std::FILE* OpenFile(const std::string& path) {
+  struct stat status {};
+  // A pipe could neither be rewound nor be waited for.
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  return std::fopen(path.c_str(), "rbe");
+}
+
 }  // namespace
 
 InputPcap::InputPcap(const InputParam& param)
@@ -47,7 +52,7 @@ InputPcap::InputPcap(const InputParam& param)
 
 bool InputPcap::Init() {
   handle_.reset();
-  handle_.reset(OpenCapture(pcap_path_, file_buffer_));
+  handle_.reset(OpenCapture(OpenFile(pcap_path_), file_buffer_));
   PrintLine("pcap_file:" + pcap_path_);
   if (!handle_) return false;
   link_type_ = pcap_datalink(handle_.get());
@@ -65,70 +70,93 @@ bool InputPcap::Init() {
   if (pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
     return false;
   is_pcapng_ = pcap_major_version(handle_.get()) == kPcapngMajorVersion;
-  sections_.assign(1, 0);
-  section_ = 0;
-  unreadable_ = -1;
+  marks_.clear();
+  noted_ = 0;
+  swapped_ = false;
+  known_ = ftello(pcap_file(handle_.get()));
   return true;
 }
 
 bool InputPcap::ReadRecord(pcap_pkthdr** header, const u_char** data) {
   if (!is_pcapng_) return pcap_next_ex(handle_.get(), header, data) >= 0;
-  // A section takes 28 bytes, and its first interface 20; a packet is told by its length from 16 to 32.
-  constexpr long kPacketHeader = 32;
-  constexpr long kSmallestSection = 32;
-  std::FILE* file = pcap_file(handle_.get());
-  const long position = ftello(file);
-  if (!IsWithin(position) && !ReadUpTo(position)) return false;
-  int result = pcap_next_ex(handle_.get(), header, data);
-  if (result == PCAP_ERROR && position != unreadable_) {
-    // The record may belong to an interface that is described late in its section.
-    if (ReadUpTo(position)) result = pcap_next_ex(handle_.get(), header, data);
-    if (result < 0) unreadable_ = position;
-  }
-  if (result < 0 || ftello(file) - position - kPacketHeader - long{(*header)->caplen} >= kSmallestSection) {
-    NoteSections(position);
-  }
-  return result >= 0;
+  const long position = ftello(pcap_file(handle_.get()));
+  if (!KnowsInterfaces(position) && !ReadUpTo(position)) return false;
+  return ReadNoted(header, data) >= 0;
 }
 
-bool InputPcap::IsWithin(long position) {
-  // The record that opens a section stands behind the section's header, and is read with it.
-  const auto next = std::lower_bound(sections_.begin(), sections_.end(), position);
-  const bool opens = next != sections_.end() && *next == position;
-  return opens || *std::prev(next) == section_;
+bool InputPcap::KnowsInterfaces(long position) {
+  if (position == known_) return true;
+  NoteMarks(position);
+  const auto [first, last] = std::minmax(position, known_);
+  const auto mark = std::lower_bound(marks_.begin(), marks_.end(), first,
+                                     [](const Mark& m, long place) { return m.position < place; });
+  // A section's header, read again, makes libpcap forget the interfaces before.
+  const bool opens = mark != marks_.end() && mark->section && mark->position == position;
+  return opens || mark == marks_.end() || mark->position >= last;
 }
 
 bool InputPcap::ReadUpTo(long position) {
+  const auto section = std::find_if(marks_.rbegin(), marks_.rend(),
+                                    [=](const Mark& m) { return m.section && m.position < position; });
+  if (section == marks_.rend() || section->position == 0) {
+    if (!Rewind()) return false;
+  } else {
+    fseeko(pcap_file(handle_.get()), section->position, SEEK_SET);
+  }
   std::FILE* file = pcap_file(handle_.get());
-  section_ = *std::prev(std::lower_bound(sections_.begin(), sections_.end(), position));
-  fseeko(file, section_, SEEK_SET);
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   while (ftello(file) < position) {
-    if (pcap_next_ex(handle_.get(), &header, &data) < 0) return false;
+    if (ReadNoted(&header, &data) < 0) return false;
   }
-  // The first packet of the file was read with its section: its position lies behind the section's header.
   fseeko(file, position, SEEK_SET);
   return true;
 }
 
-void InputPcap::NoteSections(long position) {
-  constexpr uint32_t kSectionHeader = 0x0A0D0D0A;  // the same in either byte order
+int InputPcap::ReadNoted(pcap_pkthdr** header, const u_char** data) {
+  const int result = pcap_next_ex(handle_.get(), header, data);
+  known_ = ftello(pcap_file(handle_.get()));
+  NoteMarks(known_);
+  return result;
+}
+
+void InputPcap::NoteMarks(long end) {
+  constexpr uint32_t kSection = 0x0A0D0D0A;  // the same in either byte order
+  constexpr uint32_t kInterface = 1;
+  constexpr uint32_t kOwnOrder = 0x1A2B3C4D;
+  if (noted_ >= end) return;
   std::FILE* file = pcap_file(handle_.get());
-  const long end = ftello(file);
-  uint32_t block[2];  // type, length
-  for (long at = position; at < end; at += long{block[1]}) {
-    fseeko(file, at, SEEK_SET);
+  const long place = ftello(file);
+  uint32_t block[3];  // type, length, of a section the byte order
+  while (noted_ < end) {
+    fseeko(file, noted_, SEEK_SET);
     if (std::fread(block, sizeof(block), 1, file) != 1) break;
-    if (pcap_is_swapped(handle_.get()) != 0) block[1] = __builtin_bswap32(block[1]);
-    if (block[0] == kSectionHeader) {
-      section_ = at;
-      const auto place = std::lower_bound(sections_.begin(), sections_.end(), at);
-      if (place == sections_.end() || *place != at) sections_.insert(place, at);
-    }
-    if (block[1] < sizeof(block)) break;
+    if (block[0] == kSection) swapped_ = block[2] != kOwnOrder;
+    const uint32_t type = swapped_ ? __builtin_bswap32(block[0]) : block[0];
+    const uint32_t length = swapped_ ? __builtin_bswap32(block[1]) : block[1];
+    if (block[0] == kSection || type == kInterface) marks_.push_back({noted_, block[0] == kSection});
+    if (length < sizeof(block)) break;
+    noted_ += long{length};
   }
-  fseeko(file, end, SEEK_SET);
+  fseeko(file, place, SEEK_SET);
+}
+
+bool InputPcap::Rewind() {
+  const int copy = fcntl(fileno(pcap_file(handle_.get())), F_DUPFD_CLOEXEC, 0);
+  if (copy < 0) return false;
+  std::FILE* file = fdopen(copy, "rb");
+  if (file == nullptr) {
+    close(copy);
+    return false;
+  }
+  std::rewind(file);
+  std::unique_ptr<char[]> buffer;
+  pcap_t* handle = OpenCapture(file, buffer);
+  if (handle == nullptr) return false;
+  handle_.reset(handle);  // before the buffer that the one before reads through
+  file_buffer_ = std::move(buffer);
+  known_ = ftello(file);
+  return true;
 }
 
 bool InputPcap::Wanted(const pcap_pkthdr& header, const uint8_t* record) const {

@@ -49,21 +49,30 @@ class InputPcap : public Input {
   /// The next record. False at the end of the file and where it cannot be read.
   bool ReadRecord(pcap_pkthdr** header, const u_char** data);
 
-  // A pcapng file consists of sections that describe their own interfaces: the link type of a record, and the
-  // unit of its time. libpcap knows the interfaces of the section that it read last, so after a jump into
-  // another one that is read from its start.
-  bool IsWithin(long position);
+  // A pcapng file consists of sections that describe their own interfaces, at any place before their packets:
+  // the link type of a record, and the unit of its time. libpcap counts the interfaces that it reads, so
+  // before a record it must have read those of its section that stand before the record, and no other.
+  bool KnowsInterfaces(long position);
   bool ReadUpTo(long position);
-  /// Notes the sections that begin between `position` and where the file now stands.
-  void NoteSections(long position);
+  int ReadNoted(pcap_pkthdr** header, const u_char** data);
+  /// Notes the sections and interfaces that begin before `end`.
+  void NoteMarks(long end);
+  /// Opens the file once more, as it is: how libpcap opens one, no seek repeats.
+  bool Rewind();
+
+  struct Mark {
+    long position;
+    bool section;  ///< or an interface
+  };
 
   std::unique_ptr<char[]> file_buffer_;  ///< outlives the handle, which reads through it
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
   bool is_pcapng_ = false;
-  std::vector<long> sections_;  ///< pcapng: where they begin, as far as the file was read
-  long section_ = 0;            ///< the one whose interfaces libpcap knows
-  long unreadable_ = -1;  ///< position of a record that not even reading its whole section makes readable
+  std::vector<Mark> marks_;  ///< pcapng: of all blocks before `noted_`
+  long noted_ = 0;
+  bool swapped_ = false;  ///< byte order at `noted_`
+  long known_ = 0;        ///< libpcap knows the interfaces of the section here that are described before
   std::string filter_text_;
   Filter filter_;
 };

@@ -185,10 +185,12 @@ Sensor ReadSensor(const fs::path& file, std::string_view name, const toml::table
 
 toml::table Parse(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string text(kLargestFile + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<std::size_t>(std::max<std::streamsize>(file.gcount(), 0)));
-  if (!file.eof() || file.bad()) {
+  std::string text;
+  char piece[4096];
+  while (text.size() <= kLargestFile && (file.read(piece, sizeof(piece)), file.gcount() > 0)) {
+    text.append(piece, static_cast<std::size_t>(file.gcount()));
+  }
+  if (!file.eof() || file.bad() || text.size() > kLargestFile) {
     throw Error(path.string() + (text.size() > kLargestFile
                                      ? " is too long for a configuration file."
                                      : " cannot be read. Check the path and its permissions."));
