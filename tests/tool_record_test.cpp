@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -88,6 +91,22 @@ TEST_F(RecordTest, KeepsEveryPayloadInOrderOverAllFiles) {
     EXPECT_LE(fs::file_size(file), 20'000U);
   }
   EXPECT_EQ(recorded, sent);
+}
+
+TEST_F(RecordTest, TellsTheServiceManagerThatItListensAndThatItStillWrites) {
+  sockaddr_un address{AF_UNIX, {}};
+  folder_.string().append("/notify").copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  setenv("NOTIFY_SOCKET", address.sun_path, 1);
+  ToolProcess tool(Arguments({}));
+  unsetenv("NOTIFY_SOCKET");
+  for (const std::string expected : {"READY=1", "WATCHDOG=1", "WATCHDOG=1"}) {
+    char word[32] = {};
+    ASSERT_GT(recv(manager, word, sizeof(word) - 1, 0), 0);
+    EXPECT_EQ(word, expected);
+  }
+  close(manager);
 }
 
 TEST_F(RecordTest, AFullDiskKeepsTheWholeRecords) {

@@ -30,6 +30,7 @@
 #include "shared/interrupt.h"
 #include "shared/models.h"
 #include "shared/numbers.h"
+#include "shared/service.h"
 #include "shared/terminal.h"
 
 namespace orva {
@@ -179,6 +180,7 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
     }
     const double now = elapsed();
     if (now - last_line >= 1.0) {
+      TellServiceManager("WATCHDOG=1");
       std::array<char, 120> text;
       const auto rate = [now, last_line](std::uint64_t count) {
         return static_cast<double>(count) / (now - last_line);
@@ -220,6 +222,7 @@ void Record(RecordOptions& options) {
   Tap tap(options.param);
   Say("recording UDP port " + std::to_string(options.param.input_param.msop_port) + " to " + files.latest() +
       "; Ctrl-C ends");
+  TellServiceManager("READY=1");
   try {
     WriteAll(options, tap, files);
     files.Finish();
