@@ -38,7 +38,8 @@ class McapReader {
       Take(file[at], at, file.subspan(at + 9, length));
       at += 9 + length;
     }
-    Check(!complete || at + kMagic == file.size(), "bytes behind the footer");
+    Check(!complete || at + kMagic >= file.size(), "bytes behind the footer");
+    complete = complete && at + kMagic == file.size();
   }
 
  private:
