@@ -4,8 +4,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -25,6 +28,9 @@ constexpr std::chrono::microseconds kRetry(200);
 
 /// Until Ctrl-C is looked for.
 constexpr std::chrono::milliseconds kLongestWait(100);
+
+/// Without a packet for so long the recording is looked at.
+constexpr std::chrono::seconds kStandstill(5);
 
 /// `origin` becomes `next`, with the samples of both: those of a cloud that is not shown are not lost.
 void Follow(FrameOrigin& origin, FrameOrigin next) {
@@ -49,10 +55,19 @@ void AsLive(int frame, Cloud& cloud) {
   }
 }
 
+/// What every change of a file changes; of none where there is none.
+std::pair<std::uintmax_t, std::filesystem::file_time_type> StateOf(const std::string& path) {
+  std::error_code ignored;
+  return {std::filesystem::file_size(path, ignored), std::filesystem::last_write_time(path, ignored)};
+}
+
 }  // namespace
 
 ReplaySession::ReplaySession(const DriverParam& param)
-    : param_(param), joins_parts_(param.lidar_type == NV2), imu_packets_(param.lidar_type) {
+    : param_(param),
+      state_(StateOf(param.input_param.pcap_path)),
+      joins_parts_(param.lidar_type == NV2),
+      imu_packets_(param.lidar_type) {
   CheckCapture(param.input_param.pcap_path);
   driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { Put(std::move(cloud)); },
                                      [] { return std::make_shared<Cloud>(); });
@@ -119,8 +134,10 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
         origin_.imu.clear();
       }
     };
+    stood_since_ = Clock::now();
     for (bool over = false; !over && !Interrupted();) {
       over = RequestNext(next, finished);
+      if (!over) FailWhereRecordingChanged();
       for (; !finished.empty(); finished.pop_front()) {
         if (joins_parts_ && held != nullptr) {
           Append(*held, std::move(finished.front().cloud));
@@ -156,6 +173,7 @@ ReplaySession::Played ReplaySession::PlayOne(int frame) {
       finished.swap(clouds_);
       changed_.notify_all();
     }
+    if (!over) FailWhereRecordingChanged();
     for (; !finished.empty(); finished.pop_front()) {
       Finished& next = finished.front();
       if (cloud == nullptr) {
@@ -177,9 +195,25 @@ ReplaySession::Played ReplaySession::PlayOne(int frame) {
 /// Starts a play; what an earlier one still gives is not wanted any more.
 void ReplaySession::Begin(int frame) {
   std::deque<Finished> unwanted;
+  stood_since_ = Clock::now();
   while (!RequestNext(frame, unwanted) && !Interrupted()) {
+    FailWhereRecordingChanged();
     unwanted.clear();
   }
+}
+
+/// The driver waits without end for the first packet of a frame that is not there any more: the recording was
+/// cut, or written anew, since it was indexed.
+void ReplaySession::FailWhereRecordingChanged() {
+  const Clock::time_point now = Clock::now();
+  if (now - looked_ < kLongestWait) return;
+  looked_ = now;
+  const DriverStatistics s = Statistics();
+  const std::uint64_t packets = s.plays + s.decoded + s.refused_length + s.refused_identifier;
+  if (packets != std::exchange(packets_, packets)) stood_since_ = now;
+  if (now - stood_since_ < kStandstill || StateOf(param_.input_param.pcap_path) == state_) return;
+  throw Failure(param_.input_param.pcap_path +
+                " was cut or replaced while it was replayed. What was written so far is complete.");
 }
 
 DriverStatistics ReplaySession::Statistics() {

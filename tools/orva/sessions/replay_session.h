@@ -3,8 +3,11 @@
 #define ORVA_TOOLS_SESSIONS_REPLAY_SESSION_H_
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -72,11 +75,18 @@ class ReplaySession {
   };
 
   void Begin(int frame);
+  void FailWhereRecordingChanged();
   bool RequestNext(int frame, std::deque<Finished>& finished);
   void TakePacket(const std::uint8_t* data, std::size_t length, double received);
   void Put(std::shared_ptr<Cloud> cloud);
 
+  using Clock = std::chrono::steady_clock;
+
   DriverParam param_;
+  const std::pair<std::uintmax_t, std::filesystem::file_time_type> state_;  ///< of the recording, at first
+  Clock::time_point looked_{};
+  Clock::time_point stood_since_{};
+  std::uint64_t packets_ = 0;  ///< when the driver was last looked at
   /// A play of an NV2 may give its first packet as a cloud of its own: the driver compares each line with the
   /// one before, which may be of the index pass or of another frame.
   bool joins_parts_;
