@@ -111,6 +111,19 @@ TEST(TS6Rules, TimesOfFramesAndPoints) {
   EXPECT_NEAR(rig.imu[2].linear_acceleration_z, 9.80665, 1e-4);
 }
 
+/// Backwards, impossible dates, beyond 2106: frames end as ever, and their times are numbers.
+TEST(NV2Rules, AWrongClockCostsNoFrame) {
+  TimeRig rig(NV2, OpenLimits());
+  const unsigned years[] = {2106, 1970, 65535, 0, 2026};
+  for (unsigned i = 0; i < 5 * 56 + 1; ++i) {
+    const unsigned odd = i % 2 * 255;
+    EXPECT_EQ(rig.Feed(Packet(NV2).Line(i % 56).Utc(odd << 16, years[i / 4 % 5], odd, odd, odd, odd, odd)),
+              i > 0 && i % 56 == 0);
+  }
+  ASSERT_EQ(rig.frames.size(), 5U);
+  for (const auto& frame : rig.frames) EXPECT_TRUE(std::isfinite(frame.time));
+}
+
 TEST(NV2Rules, LinesAnglesAndImu) {
   TimeRig rig(NV2, OpenLimits());
   for (unsigned i = 0; i < 58; ++i) {
