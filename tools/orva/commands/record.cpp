@@ -69,7 +69,8 @@ struct Batch {
   std::vector<Packet> packets;
 };
 
-/// Takes packets from a driver. Its callback only copies, so that a slow disk never holds up the driver.
+/// A tap on a running driver: hands out the packets as they come, undecoded. Its callback only copies, so
+/// that a slow disk never holds up the driver.
 class Tap {
  public:
   explicit Tap(const DriverParam& param) {
