@@ -256,7 +256,11 @@ int main(int argc, char** argv) {
               static_cast<unsigned long long>(s.out_of_memory));
   bool good = Judge("received = decoded + refused + discarded, and sent = received + dropped by the kernel",
                     s.received == Sum(s) && s.received + s.kernel_dropped == traffic.sent);
-  good &= Judge("nothing lost", s.kernel_dropped + s.discarded + s.out_of_memory == 0);
+  // Some 25 ms without a processor fill the kernel's buffer, where nobody has made it larger.
+  const char* const share = std::getenv("ORVA_SOAK_LOSS");
+  const double allowed = share == nullptr ? 0.0 : std::atof(share) * static_cast<double>(traffic.sent);
+  good &= Judge(share == nullptr ? "nothing lost" : "no more lost than ORVA_SOAK_LOSS allows",
+                static_cast<double>(s.kernel_dropped + s.discarded) <= allowed && s.out_of_memory == 0);
   good &= Judge("every replay added up", loop.Sound() && loop.Frames() > 0);
   for (const orva::soak::Quantity& quantity : orva::soak::kQuantities) {
     const orva::soak::Trend trend = orva::soak::LastHalf(samples, quantity);
