@@ -124,6 +124,29 @@ TEST(ToolInfo, SurvivesWhatIsNoRecording) {
   EXPECT_EQ(Orva("info /dev/null").exit_code, 1);
 }
 
+TEST(ToolInfo, TryWorksWhenPastedAndNothingIsOverwritten) {
+  const TempFolder folder;
+  const std::string odd = folder.Path() + "/it's $HOME.pcap";
+  std::rename(Simulate(folder, NV2).c_str(), odd.c_str());
+  const std::string quoted = "\"$(ls " + folder.Path() + "/it*)\"";
+  const Outcome info = Orva("info " + quoted);
+  const size_t at = info.text.find("Try: orva ");
+  ASSERT_NE(at, std::string::npos) << info.text;
+  const std::string pasted = info.text.substr(at + 10, info.text.find('\n', at) - at - 10);
+  const std::string log = folder.Path() + "/log";
+  const Outcome replay = Orva(pasted + " --driver-log " + log);
+  EXPECT_EQ(replay.exit_code, 0) << pasted << "\n" << replay.text;
+  EXPECT_EQ(replay.text.find_first_of("\033\r"), std::string::npos) << "a pipe gets no escapes";
+  const Bytes lines = orva::test::ReadBytes(log);
+  EXPECT_THAT(std::string(lines.begin(), lines.end()), HasSubstr("pcap file is load finished!\n"));
+  // A recording in the place of the log stays what it is.
+  const Bytes before = orva::test::ReadBytes(odd);
+  EXPECT_EQ(Orva(pasted + " --driver-log " + quoted).exit_code, 1);
+  EXPECT_EQ(orva::test::ReadBytes(odd), before);
+  EXPECT_THAT(Orva("info " + Simulate(folder, KR7)).text,
+              HasSubstr("cannot be told apart, NV2 or KR7 or TS4"));
+}
+
 TEST(ToolCheck, AcceptsWhatTheDriverAccepts) {
   orva::test::Random random(6);
   const TempFolder folder;

@@ -6,15 +6,14 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "shared/numbers.h"
+
 namespace orva {
 
 void AddSenderOptions(CLI::App& command, Selection& selection) {
-  command.add_option("--port", selection.port, "Only what was sent to this UDP port")
-      ->check(CLI::Range(1, 65535))
-      ->type_name("N");
-  command.add_option("--sensor-port", selection.sensor_port, "Only what was sent from this UDP port")
-      ->check(CLI::Range(0, 65535))
-      ->type_name("N");
+  AddNumber(command, "--port", selection.port, 1, 65535, "Only what was sent to this UDP port");
+  AddNumber(command, "--sensor-port", selection.sensor_port, 0, 65535,
+            "Only what was sent from this UDP port");
   command
       .add_option_function<std::string>(
           "--source",

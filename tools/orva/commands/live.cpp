@@ -57,23 +57,10 @@ struct LiveOptions {
   std::string config;
 };
 
-std::string CalibrationText(const DriverParam& param, const DriverStatistics& statistics) {
-  if (!TraitsOf(param.lidar_type).uses_calibration) {
-    return "not needed";
-  }
-  switch (statistics.calibration) {
-    case CALIBRATION_NONE:
-      return "none, uncalibrated";
-    case CALIBRATION_FROM_FOLDER:
-      return "from the folder";
-    case CALIBRATION_DOWNLOADING:
-      return statistics.calibration_bytes == 0
-                 ? "waiting for the sensor"
-                 : "downloading, " + std::to_string(statistics.calibration_bytes) + " bytes so far";
-    case CALIBRATION_FROM_SENSOR:
-      return "from the sensor";
-  }
-  return "unknown";
+std::string CalibrationOf(const DriverParam& param, const DriverStatistics& statistics) {
+  const bool marked =
+      TraitsOf(param.lidar_type).uses_calibration && statistics.calibration == CALIBRATION_NONE;
+  return CalibrationText(param.lidar_type, statistics) + (marked ? ", uncalibrated" : "");
 }
 
 double SecondsSinceEpoch() {
@@ -105,7 +92,7 @@ class StatusLine {
       std::snprintf(text.data(), text.size(), " %6.1f IMU/s", rate(counts.imu_samples, before_.imu_samples));
       line += text.data();
     }
-    line += "  calibration: " + CalibrationText(param_, statistics);
+    line += "  calibration: " + CalibrationOf(param_, statistics);
     if (const std::string frames = counts.judged.Text(); !frames.empty()) {
       line += "  " + frames;
     }
@@ -190,7 +177,7 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
   }
   Say(std::to_string(counts.frames) + " frames, " + std::to_string(counts.points) + " points, " +
       std::to_string(counts.imu_samples) + " IMU samples from " + std::to_string(statistics.received) +
-      " packets; calibration: " + CalibrationText(options.param, statistics));
+      " packets; calibration: " + CalibrationOf(options.param, statistics));
   const std::string frames = counts.judged.Text();
   const std::string losses = LossText(statistics);
   if (!frames.empty()) {

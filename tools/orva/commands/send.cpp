@@ -22,6 +22,7 @@
 #include "sessions/pacing.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
+#include "shared/numbers.h"
 #include "shared/terminal.h"
 #include "sim/steady_time.h"
 #include "sim/udp_endpoint.h"
@@ -211,9 +212,8 @@ void AddSend(CLI::App& app) {
       ->required();
   command->add_option("--to", options->to, "Where to")->required()->type_name("HOST:PORT");
   command->add_flag("--remote", options->remote, "Send also to an address that is not this machine's");
-  command->add_option("--rate", options->rate, "Faster than recorded by this factor, 0.001 to 1000")
-      ->check(CLI::Range(0.001, 1000.0))
-      ->capture_default_str()
+  AddNumber(*command, "--rate", options->rate, 0.001, 1000.0, "Faster than recorded by this factor")
+      ->default_str("1")
       ->type_name("X");
   command->add_flag("--loop", options->loop, "Begin anew at the end");
   AddDurationOption(*command, options->seconds);

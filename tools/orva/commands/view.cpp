@@ -12,6 +12,7 @@
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
+#include "shared/numbers.h"
 #include "shared/terminal.h"
 
 namespace orva {
@@ -61,9 +62,9 @@ void AddView(CLI::App& app) {
   command->get_option("--model")->required();
   command->add_flag("--live", options->live, "A live sensor, instead of a recording");
   AddSensorOptions(*command, options->param);
-  command->add_option("--http-port", options->show.port, "TCP port of the page; 0: of the system's choice")
-      ->capture_default_str()
-      ->type_name("N");
+  AddNumber(*command, "--http-port", options->show.port, 0, 65535,
+            "TCP port of the page; 0: of the system's choice")
+      ->default_str(NumberText(options->show.port));
   command->add_option("--bind", options->show.address, "Address on which the page is served; 0.0.0.0: all")
       ->capture_default_str()
       ->check(CLI::ValidIPV4)

@@ -47,25 +47,6 @@ std::string WrongModel(LidarType model, const char* what) {
 
 }  // namespace
 
-std::string CalibrationText(LidarType model, const DriverStatistics& statistics) {
-  if (!TraitsOf(model).uses_calibration) {
-    return "not needed";
-  }
-  switch (statistics.calibration) {
-    case CALIBRATION_NONE:
-      return "none";
-    case CALIBRATION_FROM_FOLDER:
-      return "from the folder";
-    case CALIBRATION_DOWNLOADING:
-      return statistics.calibration_bytes == 0
-                 ? "waiting for the sensor"
-                 : "downloading, " + std::to_string(statistics.calibration_bytes) + " bytes so far";
-    case CALIBRATION_FROM_SENSOR:
-      return "from the sensor";
-  }
-  return "unknown";
-}
-
 view::Condition RecordingCondition(LidarType model, const DriverStatistics& statistics, const Cloud& first,
                                    const Cloud& last) {
   if (statistics.decoded == 0 && statistics.refused_length + statistics.refused_identifier > 0) {

@@ -11,8 +11,6 @@ namespace orva {
 
 // Why the page may show nothing, or not what was meant.
 
-std::string CalibrationText(LidarType model, const DriverStatistics& statistics);
-
 /// `first` and `last`: two frames of the recording.
 view::Condition RecordingCondition(LidarType model, const DriverStatistics& statistics, const Cloud& first,
                                    const Cloud& last);

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "feeds/conditions.h"
+#include "sessions/calibration_files.h"
 #include "shared/models.h"
 #include "view/page_frame.h"
 

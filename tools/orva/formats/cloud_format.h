@@ -50,6 +50,8 @@ struct StreamOptions {
 struct CloudFormat {
   const char* name;   ///< in --format, and the extension of its files
   const char* title;  ///< for the help
+  /// A file has no place for a remark, so its name says that its points are uncalibrated.
+  bool remarks_in_name = false;
   /// One file for each frame: FOLDER/frame_0007.pcd.
   void (*write)(const Cloud& cloud, const FrameInfo& info, OutputFile& file) = nullptr;
   /// One file for all frames: FOLDER/frames.NAME.

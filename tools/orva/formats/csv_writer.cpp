@@ -14,6 +14,8 @@ void Write(const Cloud& cloud, const FrameInfo&, OutputFile& file) {
 
 }  // namespace
 
-const CloudFormat kCsvFormat = {.name = "csv", .title = "text, floats read back exactly", .write = Write};
+// A comment line before the names of the columns would stop most readers.
+const CloudFormat kCsvFormat = {
+    .name = "csv", .title = "text, floats read back exactly", .remarks_in_name = true, .write = Write};
 
 }  // namespace orva

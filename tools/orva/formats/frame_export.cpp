@@ -27,7 +27,8 @@ const CloudFormat& Find(const std::string& name) {
 
 std::string FileName(const FrameInfo& info, const CloudFormat& format) {
   const std::string part = info.part == 0 ? "" : "_" + std::to_string(info.part);
-  return FrameName(info.number) + part + "." + format.name;
+  const std::string remark = info.uncalibrated && format.remarks_in_name ? "_uncalibrated" : "";
+  return FrameName(info.number) + part + remark + "." + format.name;
 }
 
 /// A file that a run over all frames would write: frame_ and a number, of this format.
@@ -73,7 +74,10 @@ void FrameExport::Open(std::span<const int> frames) {
   }
   for (const CloudFormat* format : frame_formats_) {
     for (const int frame : frames) {
-      RefuseExisting(folder / FileName({.number = frame}, *format), options_.existing);
+      for (const bool uncalibrated : {false, true}) {
+        RefuseExisting(folder / FileName({.number = frame, .uncalibrated = uncalibrated}, *format),
+                       options_.existing);
+      }
     }
     if (frames.empty()) {
       std::error_code ignored;

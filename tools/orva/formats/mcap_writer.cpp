@@ -7,6 +7,7 @@
 #include <iterator>
 #include <optional>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "formats/cloud_format.h"
@@ -114,10 +115,17 @@ class McapStream : public CloudStream {
     Attach();
   }
   /// Ctrl-C ends a run without Commit: the file is completed as it stands.
-  ~McapStream() override { writer_.Close(); }
+  ~McapStream() override {
+    MarkUncalibrated();
+    writer_.Close();
+  }
 
   void Write(const Cloud& cloud, const FrameInfo& info) override {
     messages::FillPointCloud2(cloud, info.first_packet, options_.cloud, cloud_);
+    if (info.uncalibrated) {
+      ++uncalibrated_;
+      last_uncalibrated_ = ToLogTime(info.last_packet);
+    }
 #ifdef ORVA_WITH_FOXGLOVE
     if (options_.foxglove) {
       messages::WriteFoxglove(cloud_, bytes_);
@@ -150,6 +158,7 @@ class McapStream : public CloudStream {
     if (status_time_ && latest_time_ > *status_time_) {
       StoreStatus();
     }
+    Require(MarkUncalibrated());
     Require(writer_.Close());
   }
 
@@ -193,6 +202,16 @@ class McapStream : public CloudStream {
     }
   }
 
+  /// At the end: a run may begin before the sensor's calibration has come.
+  mcap::Status MarkUncalibrated() {
+    const std::uint64_t clouds = std::exchange(uncalibrated_, 0);
+    if (clouds == 0) {
+      return {};
+    }
+    return writer_.AddMetadata("uncalibrated", {{"clouds", std::to_string(clouds)},
+                                                {"last_log_time", std::to_string(last_uncalibrated_)}});
+  }
+
   void StoreStatus() {
     const double seconds = status_time_ ? latest_time_ - *status_time_ : 0.0;
     const messages::DiagnosticSource source = {std::string("orva: ") + origin_.model.name, origin_.unit};
@@ -229,6 +248,8 @@ class McapStream : public CloudStream {
   messages::PointCloud2 cloud_;      ///< kept for its memory,
   std::vector<std::uint8_t> bytes_;  ///< as is this
   bool described_ = false;
+  std::uint64_t uncalibrated_ = 0;       ///< clouds,
+  std::uint64_t last_uncalibrated_ = 0;  ///< and when the last of them was written
   std::optional<double> status_time_;
   DriverStatistics status_before_;
   DriverStatistics latest_;

@@ -201,4 +201,23 @@ bool CheckCalibration(const DriverParam& param, bool uncalibrated) {
   return true;
 }
 
+std::string CalibrationText(LidarType model, const DriverStatistics& statistics) {
+  if (!TraitsOf(model).uses_calibration) {
+    return "not needed";
+  }
+  switch (statistics.calibration) {
+    case CALIBRATION_NONE:
+      return "none";
+    case CALIBRATION_FROM_FOLDER:
+      return "from the folder";
+    case CALIBRATION_DOWNLOADING:
+      return statistics.calibration_bytes == 0
+                 ? "waiting for the sensor"
+                 : "downloading, " + std::to_string(statistics.calibration_bytes) + " bytes so far";
+    case CALIBRATION_FROM_SENSOR:
+      return "from the sensor";
+  }
+  return "unknown";
+}
+
 }  // namespace orva

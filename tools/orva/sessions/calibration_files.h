@@ -28,6 +28,9 @@ CalibrationFiles ExamineCalibration(LidarType model, const std::string& folder);
 /// calibration pass in silence.
 bool CheckCalibration(const DriverParam& param, bool uncalibrated);
 
+/// Where the calibration in use comes from, in a few words.
+std::string CalibrationText(LidarType model, const DriverStatistics& statistics);
+
 }  // namespace orva
 
 #endif  // ORVA_TOOLS_SESSIONS_CALIBRATION_FILES_H_

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -105,7 +106,9 @@ void AddDriverLogOption(CLI::App& command) {
           [](const std::string& path) {
             Log& log = TheLog();
             const std::lock_guard lock(log.mutex);
-            log.file = std::fopen(path.c_str(), "we");
+            std::error_code ignored;
+            const bool device = std::filesystem::is_other(path, ignored);
+            log.file = std::fopen(path.c_str(), device ? "we" : "wxe");
             if (log.file == nullptr) {
               throw Failure("cannot write the driver's log " + path + ": " +
                             std::generic_category().message(errno) + ". Choose another place.");

@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <type_traits>
 
@@ -46,9 +47,19 @@ std::string WithRange(const std::string& help, Number least, Number most) {
   return help + ", " + NumberText(least) + " to " + NumberText(most);
 }
 
-/// Adds an option for a number whose range stands in the help and in the message for any other word.
+/// The number in a variable that may also hold none.
+template <typename Variable>
+struct NumberIn {
+  using Type = Variable;
+};
 template <typename Number>
-CLI::Option* AddNumber(CLI::App& command, const std::string& name, Number& number,
+struct NumberIn<std::optional<Number>> {
+  using Type = Number;
+};
+
+/// Adds an option for a number whose range stands in the help and in the message for any other word.
+template <typename Variable, typename Number = typename NumberIn<Variable>::Type>
+CLI::Option* AddNumber(CLI::App& command, const std::string& name, Variable& number,
                        std::type_identity_t<Number> least, std::type_identity_t<Number> most,
                        const std::string& help) {
   return command
