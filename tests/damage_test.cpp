@@ -263,7 +263,7 @@ TEST(StreamDamage, OnTheNetwork) {
     for (const Bytes& bytes : stream) port.SendBytes(bytes.data(), bytes.size());
     ASSERT_TRUE(Eventually([&] {
       const DriverStatistics s = player.Statistics();
-      return s.received + s.kernel_dropped == stream.size() && s.queued == 0;
+      return s.decoded + s.refused_length + s.refused_identifier + s.not_for_us == stream.size();
     }));
     player.driver.Stop();
     const DriverStatistics s = player.Statistics();
