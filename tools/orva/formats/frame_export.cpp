@@ -124,10 +124,11 @@ void FrameExport::WriteFrameFiles(const Cloud& cloud, FrameInfo info) {
     return;
   }
   for (const CloudFormat* format : frame_formats_) {
-    OutputFile file(fs::path(options_.folder) / FileName(info, *format), options_.existing);
+    const fs::path path = fs::path(options_.folder) / FileName(info, *format);
+    OutputFile file(path, options_.existing);
     format->write(shaped, info, file);
     file.Commit();
-    ++files_;
+    Count(path);
   }
 }
 
@@ -152,9 +153,16 @@ void FrameExport::Commit() {
     if (stream.file != nullptr) {
       stream.file->Commit();
       stream.file.reset();
-      ++files_;
+      Count(StreamPath(*stream.format));
     }
   }
+}
+
+void FrameExport::Count(const fs::path& file) {
+  std::error_code gone;
+  const std::uintmax_t size = fs::file_size(file, gone);
+  bytes_ += gone ? 0 : size;
+  ++files_;
 }
 
 std::string FrameExport::Summary() const {

@@ -54,6 +54,7 @@ class FrameExport {
   void Commit();
 
   std::uint64_t files() const { return files_; }
+  std::uint64_t bytes() const { return bytes_; }  ///< of the complete files
   /// What was written, for the person: "20 files are in clouds/".
   std::string Summary() const;
 
@@ -65,6 +66,7 @@ class FrameExport {
 
   void WriteFrameFiles(const Cloud& cloud, FrameInfo info);
   std::filesystem::path StreamPath(const CloudFormat& format) const;
+  void Count(const std::filesystem::path& file);
 
   ExportOptions options_;
   DriverParam param_;
@@ -72,6 +74,7 @@ class FrameExport {
   std::vector<const CloudFormat*> frame_formats_;
   std::vector<Stream> streams_;
   std::uint64_t files_ = 0;
+  std::uint64_t bytes_ = 0;
 };
 
 /// "frame_0007".
