@@ -12,7 +12,6 @@ namespace orva::ros2 {
 namespace {
 
 constexpr dds_domainid_t kLastDomain = 232;  // the ports of a higher one would be above 65535
-constexpr int32_t kDepth = 5;
 
 std::string Environment(const char* name) {
   const char* value = std::getenv(name);
@@ -31,14 +30,18 @@ dds_domainid_t DomainId() {
 
 /// The user's own settings come last and win.
 std::string Settings() {
-  std::string settings = Environment("CYCLONEDDS_URI");
+  // More than any writer keeps: so what a reader that hangs has not acknowledged makes way for newer samples,
+  // and never holds a write back that the other readers wait for.
+  std::string settings =
+      "<CycloneDDS><Domain><Internal><Watermarks><WhcHigh>16MB</WhcHigh></Watermarks></Internal></Domain>"
+      "</CycloneDDS>";
   if (Environment("ROS_LOCALHOST_ONLY") == "1") {
-    constexpr const char* kLoopback =
-        "<CycloneDDS><Domain><General><Interfaces><NetworkInterface address=\"127.0.0.1\"/></Interfaces>"
+    settings +=
+        ",<CycloneDDS><Domain><General><Interfaces><NetworkInterface address=\"127.0.0.1\"/></Interfaces>"
         "</General></Domain></CycloneDDS>";
-    settings = settings.empty() ? kLoopback : kLoopback + (',' + settings);
   }
-  return settings;
+  const std::string own = Environment("CYCLONEDDS_URI");
+  return own.empty() ? settings : settings + ',' + own;
 }
 
 }  // namespace
@@ -66,7 +69,7 @@ Participant::Participant()
                    dds_create_participant(domain_id_, nullptr, nullptr)) {}
 
 Entity MakeWriter(const Participant& participant, const dds_topic_descriptor_t& type, const std::string& path,
-                  Delivery delivery) {
+                  Delivery delivery, int32_t depth) {
   const std::string name = "rt" + path;
   const std::unique_ptr<dds_qos_t, void (*)(dds_qos_t*)> qos(dds_create_qos(), dds_delete_qos);
   const bool latched = delivery == Delivery::kLatched;
@@ -74,7 +77,7 @@ Entity MakeWriter(const Participant& participant, const dds_topic_descriptor_t& 
   dds_qset_reliability(
       qos.get(), delivery == Delivery::kBestEffort ? DDS_RELIABILITY_BEST_EFFORT : DDS_RELIABILITY_RELIABLE,
       DDS_MSECS(100));
-  dds_qset_history(qos.get(), DDS_HISTORY_KEEP_LAST, latched ? 1 : kDepth);
+  dds_qset_history(qos.get(), DDS_HISTORY_KEEP_LAST, latched ? 1 : depth);
   dds_qset_durability(qos.get(), latched ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
   const dds_data_representation_id_t representation = DDS_DATA_REPRESENTATION_XCDR1;
   dds_qset_data_representation(qos.get(), 1, &representation);

@@ -48,13 +48,18 @@ class Participant {
 
 /// How a topic's samples travel.
 enum class Delivery {
-  kReliable,    ///< keeps the last 5; serves reliable and best-effort readers
-  kBestEffort,  ///< keeps the last 5; gives a reliable reader nothing
+  kReliable,    ///< serves reliable and best-effort readers
+  kBestEffort,  ///< gives a reliable reader nothing
   kLatched,     ///< reliable, keeps the last one for readers that come later
 };
 
+/// How many samples a writer keeps for readers that ask for one again.
+constexpr int32_t kDepth = 5;
+/// Half a second of the fastest IMU: the usual 5 would be overwritten before a lost one can be sent again.
+constexpr int32_t kImuDepth = 100;
+
 /// Writer of a topic named as ROS 2 names it: "rt" and an absolute path. Throws DdsError.
 Entity MakeWriter(const Participant& participant, const dds_topic_descriptor_t& type, const std::string& path,
-                  Delivery delivery);
+                  Delivery delivery, int32_t depth = kDepth);
 
 }  // namespace orva::ros2

@@ -45,6 +45,8 @@ std::string PublishRecording(const Options& options, const Participant& particip
   while (!topics.HasReaders(options.readers) && !over()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
+  // A reader that is known here may not know this writer yet; what it is sent until then it does not take.
+  if (options.readers > 0) std::this_thread::sleep_for(std::chrono::milliseconds(500));
   Pace pace(options.rate);
   DriverStatistics reported;
   int64_t last_report = Nanoseconds();
@@ -62,8 +64,14 @@ std::string PublishRecording(const Options& options, const Participant& particip
     session.Play(frames, [&](int, int, const Cloud& cloud) {
       const FrameOrigin& origin = session.Origin();
       if (over()) return;
-      WaitUntil(pace.Due(static_cast<int64_t>(origin.last_packet * 1e9), Nanoseconds()), end);
-      for (const auto& [sample, received] : origin.imu) topics.Publish(sample, received);
+      const auto wait_for = [&](double recorded) {
+        WaitUntil(pace.Due(static_cast<int64_t>(recorded * 1e9), Nanoseconds()), end);
+      };
+      for (const auto& [sample, received] : origin.imu) {
+        wait_for(received);
+        topics.Publish(sample, received);
+      }
+      wait_for(origin.last_packet);
       if (!cloud.points.empty()) ++(topics.Publish(cloud, origin.first_packet) ? published : not_taken);
       if (const int64_t now = Nanoseconds(); now - last_report >= kSecond) {
         const double seconds = static_cast<double>(now - std::exchange(last_report, now)) * 1e-9;
@@ -73,6 +81,7 @@ std::string PublishRecording(const Options& options, const Participant& particip
     });
     pace.Restart();
   } while (options.loop && !over());
+  topics.WaitForReaders(std::chrono::seconds(2));
   return setup.name + ": " + std::to_string(published) + " frames published" +
          (not_taken == 0 ? ""
                          : ", " + std::to_string(not_taken) + " not sent: a reliable reader did not keep up");

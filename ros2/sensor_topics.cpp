@@ -39,13 +39,15 @@ SensorTopics::SensorTopics(const Participant& participant, const std::string& sp
                            messages::CloudOptions options)
     : options_(std::move(options)),
       points_(MakeWriter(participant, sensor_msgs_msg_dds__PointCloud2__desc, space + "/points", delivery)),
-      imu_(MakeWriter(participant, sensor_msgs_msg_dds__Imu__desc, space + "/imu/data_raw", delivery)),
+      imu_(MakeWriter(participant, sensor_msgs_msg_dds__Imu__desc, space + "/imu/data_raw", delivery,
+                      kImuDepth)),
       diagnostics_(MakeWriter(participant, diagnostic_msgs_msg_dds__DiagnosticArray__desc, "/diagnostics",
                               Delivery::kReliable)),
       mounting_(
           MakeWriter(participant, tf2_msgs_msg_dds__TFMessage__desc, "/tf_static", Delivery::kLatched)) {}
 
 bool SensorTopics::Publish(const PointCloud<PointTime>& cloud, double captured) {
+  if (dds_get_matched_subscriptions(points_.get(), nullptr, 0) == 0) return true;  // nobody would miss it
   messages::FillPointCloud2(cloud, captured, options_, message_);
   std::vector<sensor_msgs_msg_dds__PointField_> fields;
   for (const messages::PointField& field : message_.fields)
@@ -111,6 +113,10 @@ void SensorTopics::Publish(const DriverStatistics& now, const DriverStatistics& 
 bool SensorTopics::HasReaders(int count) const {
   return dds_get_matched_subscriptions(points_.get(), nullptr, 0) >= count &&
          dds_get_matched_subscriptions(imu_.get(), nullptr, 0) >= count;
+}
+
+void SensorTopics::WaitForReaders(std::chrono::milliseconds longest) const {
+  for (const Entity* writer : {&points_, &imu_}) dds_wait_for_acks(writer->get(), DDS_MSECS(longest.count()));
 }
 
 void SensorTopics::Publish(const Mounting& mounting) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "messages/from_driver.h"
@@ -34,6 +35,8 @@ class SensorTopics {
                const messages::DiagnosticSource& source);
   /// Have so many readers of the points found it, and of the IMU samples?
   bool HasReaders(int count) const;
+  /// Until the reliable readers have everything, or for so long.
+  void WaitForReaders(std::chrono::milliseconds longest) const;
   /// Kept for readers that come later.
   void Publish(const Mounting& mounting);
 

@@ -55,8 +55,9 @@ class Judge {
  public:
   explicit Judge(const std::vector<std::shared_ptr<Cloud>>& frames) {
     for (const auto& cloud : frames) {
-      if (!cloud->points.empty()) expected_.insert({Hash(*cloud), true});
+      if (!cloud->points.empty()) expected_.emplace(Hash(*cloud), expected_.size());
     }
+    for (const auto& [hash, number] : expected_) missing_.insert(number);
   }
 
   /// A cloud with the packed layout of 22 bytes a point.
@@ -79,6 +80,7 @@ class Judge {
       hash = Mix(hash, xyz, intensity, ring);
     }
     if (!expected_.contains(hash)) return fail("its points are of no frame of the driver");
+    missing_.erase(expected_[hash]);
     if (!stamps_.insert(sec * int64_t{1'000'000'000} + nanosec).second) return fail("comes a second time");
   }
   void TakeImu(int32_t sec, uint32_t nanosec, double orientation_covariance) {
@@ -92,8 +94,10 @@ class Judge {
   size_t clouds() const { return stamps_.size(); }
   size_t samples() const { return imu_.size(); }
 
-  /// From the first received to the last, by the step between stamps. Prints the result; 0 if all is well.
+  /// Prints the result; 0 if all is well.
   int Verdict(size_t wanted, size_t wanted_imu) const {
+    if (stamps_.size() < wanted)
+      for (const size_t number : missing_) std::printf("frame %zu is missing\n", number);
     std::printf("%zu clouds and %zu IMU samples as the driver delivered them, %d wrong; wanted %zu and %zu\n",
                 stamps_.size(), imu_.size(), wrong_, wanted, wanted_imu);
     return wrong_ == 0 && stamps_.size() >= wanted && imu_.size() >= wanted_imu ? 0 : 1;
@@ -122,7 +126,8 @@ class Judge {
     return hash;
   }
 
-  std::map<uint64_t, bool> expected_;
+  std::map<uint64_t, size_t> expected_;  ///< number of the frame by what is in it
+  std::set<size_t> missing_;
   std::set<int64_t> stamps_, imu_;
   int wrong_ = 0;
 };

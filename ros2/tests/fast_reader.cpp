@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
                  arguments.prefix + "/points", arguments.best_effort);
   DataReader* imu =
       MakeReader(*participant, *subscriber, TypeSupport(new sensor_msgs::msg::dds_::Imu_PubSubType),
-                 arguments.prefix + "/imu/data_raw", false);
+                 arguments.prefix + "/imu/data_raw", arguments.best_effort);
   if (points == nullptr || imu == nullptr) return 1;
   std::puts("reading");
   std::fflush(stdout);

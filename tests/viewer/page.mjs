@@ -146,6 +146,61 @@ async function worksByKeyboard() {
   }
 }
 
+/** Fingers on the cloud: each a list of places, from press to release. */
+async function touches(...fingers) {
+  const session = await context.newCDPSession(page);
+  const send = (type, step) =>
+    session.send("Input.dispatchTouchEvent", { type, touchPoints: step === null ? [] : fingers.map((path, id) => ({ x: path[step][0], y: path[step][1], id })) });
+  await send("touchStart", 0);
+  for (let step = 1; step < fingers[0].length; step++) await send("touchMove", step);
+  await send("touchEnd", null);
+  await session.detach();
+}
+
+async function takesFingers() {
+  const camera = () => page.url().match(/camera=([^&]*)/)?.[1].split(/[^-.\d]+/).map(Number);
+  const moved = async (from) => until(() => String(camera()) !== String(from) && camera(), "another camera");
+  const reach = ([x, y, z, tx, ty, tz]) => Math.hypot(x - tx, y - ty, z - tz);
+  await page.keyboard.press("b");
+  const above = await until(() => Math.round(camera()?.[2]) === 70 && camera(), "the view from above");
+  await touches([[400, 300], [430, 320], [480, 340]]);
+  const turned = await moved(above);
+  expect(Math.abs(reach(turned) - reach(above)) < 1, "a finger orbits");
+  await touches([[380, 300], [340, 300], [300, 300]], [[420, 300], [460, 300], [500, 300]]);
+  const near = await moved(turned);
+  expect(reach(near) < 0.8 * reach(turned), "two fingers apart come closer");
+  await page.keyboard.press("v");
+  await touches([[520, 420]]);
+  await until(() => page.url().includes("pick="), "a tap to pick a point");
+  await page.keyboard.press("Escape");
+}
+
+async function drawsWhatIsAskedFor() {
+  const cloud = async () => statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
+  const before = await cloud();
+  await page.keyboard.press("o");
+  await page.waitForTimeout(300); // the next picture
+  const within = await cloud();
+  expect(within.share > before.share + 0.0005, "the field of view is drawn");
+  const [download] = await Promise.all([page.waitForEvent("download"), page.keyboard.press("c")]);
+  expect(/^orva-frame-\d+\.png$/.test(download.suggestedFilename()), "a screenshot has the frame's number");
+  const saved = await statistics(readFileSync(await download.path()), [0, 0, 0, 0]);
+  expect(correlation(saved.blocks, within.blocks) > 0.95, "it shows the cloud");
+  const rate = await page.evaluate(async () => {
+    const start = performance.now();
+    let images = 0;
+    for (; performance.now() < start + 2000; images++) {
+      document.dispatchEvent(new KeyboardEvent("keydown", { key: "a" })); // turns a little: all is drawn anew
+      await new Promise((done) => requestAnimationFrame(done));
+    }
+    return images / 2;
+  });
+  console.log(`${rate} images/s of 24,576 points by the software renderer`);
+  expect(rate > 1, "the view turns"); // how fast is up to the machine
+  await page.keyboard.press("o");
+  await page.keyboard.press("v");
+}
+
 async function keepsItsView() {
   await page.keyboard.press("b");
   await until(() => page.url().includes("camera="), "the camera in the address");
@@ -197,8 +252,21 @@ async function seeksAtOnce() {
   await server.end();
 }
 
+async function plotsARecordingsImu() {
+  orva("simulate", "imu.pcap", "--model", "TS6", "--frames", "20");
+  server = new Orva("view", "imu.pcap", "--model", "TS6", "--calib", "imu.calib", "--http-port", "0");
+  await page.goto(`${await server.address()}#plots=1&playing=1`);
+  await until(async () => Number(await said("frame")) > 10, "playing");
+  for (const plot of ["#plot-turn", "#plot-push"]) {
+    const drawn = async () => (await statistics(await page.locator(`${plot} canvas`).screenshot(), [0, 0, 0, 0])).share;
+    await until(async () => (await drawn()) > 0.002, `curves in ${plot}`);
+  }
+  writeFileSync(join(work, "plots.png"), await page.screenshot());
+  await server.end();
+}
+
 try {
-  for (const step of [draws, picks, worksByKeyboard, keepsItsView, survivesRestart, seeksAtOnce]) {
+  for (const step of [draws, picks, takesFingers, drawsWhatIsAskedFor, worksByKeyboard, keepsItsView, survivesRestart, seeksAtOnce, plotsARecordingsImu]) {
     await step();
     console.log(`ok ${step.name}`);
   }

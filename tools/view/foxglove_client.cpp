@@ -46,7 +46,7 @@ Json ChannelOf(std::uint32_t id, const char* topic, const messages::Schema& sche
 Json Channels(const Subject& subject) {
   Json channels = {ChannelOf(kPoints, "/points", messages::PointCloud2Schema()),
                    ChannelOf(kStatistics, "/diagnostics", messages::DiagnosticArraySchema())};
-  if (subject.live && subject.has_imu) {
+  if (subject.has_imu) {
     channels.push_back(ChannelOf(kImu, "/imu/data_raw", messages::ImuSchema()));
   }
   return channels;
@@ -111,13 +111,7 @@ std::optional<Message> FoxgloveClient::Next() {
 void FoxgloveClient::Prepare() {
   PreparePoints();
   const double now = SystemTime();
-  const auto samples = feed_.ImuSince(imu_taken_);
-  if (!Subscribers(kImu).empty()) {
-    for (const ImuMsg& sample : samples) {
-      messages::WriteCdr(messages::ToImu(sample, now, kFrameId), payload_);
-      Publish(kImu, sample.timestamp > 0.0 ? sample.timestamp : now);
-    }
-  }
+  PublishImu(feed_.ImuSince(imu_taken_), now);
   if (const Status status = feed_.status(); status.version != told_) {
     told_ = status.version;
     messages::WriteCdr(messages::ToDiagnostics(status.statistics, status.before, status.interval,
@@ -127,11 +121,22 @@ void FoxgloveClient::Prepare() {
   }
 }
 
-void FoxgloveClient::PreparePoints() {
-  if (Subscribers(kPoints).empty()) {
+void FoxgloveClient::PublishImu(const std::vector<ImuMsg>& samples, double received) {
+  if (Subscribers(kImu).empty()) {
     return;
   }
+  for (const ImuMsg& sample : samples) {
+    messages::WriteCdr(messages::ToImu(sample, received, kFrameId), payload_);
+    Publish(kImu, sample.timestamp > 0.0 ? sample.timestamp : received);
+  }
+}
+
+void FoxgloveClient::PreparePoints() {
   const Subject& subject = feed_.subject();
+  // The samples of a recording come with its frames.
+  if (Subscribers(kPoints).empty() && (subject.live || Subscribers(kImu).empty())) {
+    return;
+  }
   FramePtr frame = subject.live ? feed_.Newest() : feed_.TakeWanted(id_);
   wanting_ = wanting_ && frame == nullptr;
   if (!subject.live && !wanting_ && subject.frames > 0) {
@@ -146,6 +151,7 @@ void FoxgloveClient::PreparePoints() {
     return;
   }
   sent_ = frame;
+  PublishImu(frame->imu, frame->captured);
   messages::CloudOptions options;
   options.frame_id = kFrameId;
   messages::FillPointCloud2(*frame->cloud, frame->captured, options, cloud_);

@@ -34,6 +34,7 @@ class FoxgloveClient : public Client {
   std::set<std::uint32_t>& Subscribers(std::uint32_t channel) { return subscribers_.at(channel - 1); }
   void Prepare();
   void PreparePoints();
+  void PublishImu(const std::vector<ImuMsg>& samples, double received);
   /// What `payload_` holds goes to every subscription of the channel.
   void Publish(std::uint32_t channel, double time);
 

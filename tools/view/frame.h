@@ -19,6 +19,7 @@ struct Frame {
   double captured = 0.0;     ///< when its first packet was received, seconds since the epoch
   std::shared_ptr<const Cloud> cloud;
   std::shared_ptr<const Bytes> page_bytes;  ///< see page_frame.h
+  std::vector<ImuMsg> imu = {};             ///< of a recording: samples since the frame before
 };
 using FramePtr = std::shared_ptr<const Frame>;
 

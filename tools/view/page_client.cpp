@@ -35,6 +35,16 @@ Message Text(const std::string& text) {
   return {std::make_shared<const Bytes>(text.begin(), text.end()), true};
 }
 
+std::string ImuText(const std::vector<ImuMsg>& samples) {
+  Json list = Json::array();
+  for (const ImuMsg& sample : samples) {
+    list.push_back({sample.timestamp, sample.angular_velocity_x, sample.angular_velocity_y,
+                    sample.angular_velocity_z, sample.linear_acceleration_x, sample.linear_acceleration_y,
+                    sample.linear_acceleration_z});
+  }
+  return Dump({{"type", "imu"}, {"samples", std::move(list)}});
+}
+
 }  // namespace
 
 PageClient::PageClient(Feed& feed) : feed_(feed), id_(feed.Enter()) {}
@@ -84,13 +94,7 @@ std::optional<Message> PageClient::Next() {
   }
   if (const auto samples = feed_.ImuSince(imu_taken_); !samples.empty()) {
     imu_due_ = Clock::now() + kImuPause;
-    Json list = Json::array();
-    for (const ImuMsg& sample : samples) {
-      list.push_back({sample.timestamp, sample.angular_velocity_x, sample.angular_velocity_y,
-                      sample.angular_velocity_z, sample.linear_acceleration_x, sample.linear_acceleration_y,
-                      sample.linear_acceleration_z});
-    }
-    return Text(Dump({{"type", "imu"}, {"samples", std::move(list)}}));
+    return Text(ImuText(samples));
   }
   return std::nullopt;
 }
@@ -99,6 +103,9 @@ std::optional<Message> PageClient::NextFrame() {
   FramePtr frame;
   if (!feed_.subject().live) {
     frame = feed_.TakeWanted(id_);
+    if (frame != nullptr && !frame->imu.empty() && replies_.size() < kMostReplies) {
+      replies_.push_back(ImuText(frame->imu));
+    }
   } else if (credit_ > 0) {
     frame = feed_.Newest();
     if (frame == nullptr || (shown_ != nullptr && frame->number == shown_->number)) {

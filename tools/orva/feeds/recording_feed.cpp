@@ -31,6 +31,7 @@ RecordingFeed::RecordingFeed(const DriverParam& param, std::function<void()> rea
   const ModelTraits& model = TraitsOf(model_);
   subject_.title = std::filesystem::path(param.input_param.pcap_path).filename().string();
   subject_.model = model.name;
+  subject_.has_imu = model.has_imu;
   const DecoderParam& mounting = param.decoder_param;
   subject_.mounted = mounting.use_transform;
   subject_.mounting = {mounting.x_offset, mounting.y_offset, mounting.z_offset,
@@ -157,6 +158,9 @@ view::FramePtr RecordingFeed::Fetch(std::uint32_t number) {
   auto frame = std::make_shared<view::Frame>();
   *frame = {number, played.origin.first_packet, played.cloud,
             std::make_shared<const view::Bytes>(view::EncodePageFrame(*played.cloud, number, time))};
+  for (const auto& [sample, received] : played.origin.imu) {
+    frame->imu.push_back(sample);
+  }
   recent_.push_back(frame);
   if (recent_.size() > kMostRecent) {
     recent_.pop_front();
