@@ -22,28 +22,48 @@ constexpr size_t kFileBuffer = 128 * 1024;
 /// Of the file format, as libpcap tells it; a classic capture has 2.
 constexpr int kPcapngMajorVersion = 1;
 
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
 /// Lets libpcap read the file through `buffer`. Null, and the file is closed, for what is not a capture.
-pcap_t* OpenCapture(std::FILE* file, std::unique_ptr<char[]>& buffer) {
-  if (file == nullptr) return nullptr;
+pcap_t* OpenCapture(File owner, std::unique_ptr<char[]>& buffer) {
+  if (!owner) return nullptr;
   buffer = std::make_unique_for_overwrite<char[]>(kFileBuffer);
+  std::FILE* file = owner.get();
   std::setvbuf(file, buffer.get(), _IOFBF, kFileBuffer);
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* handle = pcap_fopen_offline(file, error);
   if (handle == nullptr) {
-    std::fclose(file);
+    owner.reset();  // before the buffer that it reads through
     return nullptr;
   }
+  owner.release();  // libpcap's from here on
   // After one seek the C library keeps count of the offset; before, each ftell is a system call.
   fseeko(file, ftello(file), SEEK_SET);
   return handle;
 }
 
-std::FILE* OpenFile(const std::string& path) {
+File OpenFile(const std::string& path) {
   struct stat status {};
   // A pipe could neither be rewound nor be waited for.
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-  return std::fopen(path.c_str(), "rbe");
+  return File(std::fopen(path.c_str(), "rbe"));
 }
+
+/// Takes a file back to where it stands now, whatever happens meanwhile.
+class Place {
+ public:
+  explicit Place(std::FILE* file) : file_(file), position_(ftello(file)) {}
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+  ~Place() { fseeko(file_, position_, SEEK_SET); }
+
+ private:
+  std::FILE* file_;
+  long position_;
+};
 
 }  // namespace
 
@@ -126,7 +146,7 @@ void InputPcap::NoteMarks(long end) {
   constexpr uint32_t kOwnOrder = 0x1A2B3C4D;
   if (noted_ >= end) return;
   std::FILE* file = pcap_file(handle_.get());
-  const long place = ftello(file);
+  const Place place(file);
   uint32_t block[3];  // type, length, of a section the byte order
   while (noted_ < end) {
     fseeko(file, noted_, SEEK_SET);
@@ -138,24 +158,23 @@ void InputPcap::NoteMarks(long end) {
     if (length < sizeof(block)) break;
     noted_ += long{length};
   }
-  fseeko(file, place, SEEK_SET);
 }
 
 bool InputPcap::Rewind() {
   const int copy = fcntl(fileno(pcap_file(handle_.get())), F_DUPFD_CLOEXEC, 0);
   if (copy < 0) return false;
-  std::FILE* file = fdopen(copy, "rb");
-  if (file == nullptr) {
+  File file(fdopen(copy, "rb"));
+  if (!file) {
     close(copy);
     return false;
   }
-  std::rewind(file);
+  std::rewind(file.get());
   std::unique_ptr<char[]> buffer;
-  pcap_t* handle = OpenCapture(file, buffer);
+  pcap_t* handle = OpenCapture(std::move(file), buffer);
   if (handle == nullptr) return false;
   handle_.reset(handle);  // before the buffer that the one before reads through
   file_buffer_ = std::move(buffer);
-  known_ = ftello(file);
+  known_ = ftello(pcap_file(handle));
   return true;
 }
 
