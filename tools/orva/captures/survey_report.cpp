@@ -329,6 +329,17 @@ bool GivesFrames(const Survey& survey) {
   return survey.supported && !Judge(survey).empty();
 }
 
+std::vector<std::string> WhatIsLost(const Survey& survey) {
+  std::vector<std::string> lines;
+  for (const Skip skip : {Skip::kCut, Skip::kVlan, Skip::kIpv6, Skip::kFragment}) {
+    const auto i = static_cast<size_t>(skip);
+    if (survey.skipped[i] == 0) continue;
+    lines.push_back("the driver cannot read " + Counted(survey.skipped[i], "record", "records") + ": " +
+                    kSkipTexts[i].text);
+  }
+  return lines;
+}
+
 std::string WhyNothing(const Survey& survey, uint16_t port) {
   std::string text = "the driver gets no frame out of " + survey.path;
   text += port == 0

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "captures/survey.h"
 
@@ -17,6 +18,10 @@ std::string JsonReport(const Survey& survey);
 
 /// Does the driver get a frame out of the recording, of some model and port?
 bool GivesFrames(const Survey& survey);
+
+/// What the driver skips although it may be a sensor's: a line each for what is cut, tagged, IPv6 or in
+/// fragments.
+std::vector<std::string> WhatIsLost(const Survey& survey);
 
 /// Why a replay of this port (0: of all) finds no packet, and what to do.
 std::string WhyNothing(const Survey& survey, uint16_t port);

@@ -14,6 +14,7 @@
 #include "shared/interrupt.h"
 #include "shared/models.h"
 #include "shared/terminal.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -97,7 +98,7 @@ void RunExtract(ExtractOptions& options) {
   }
   files.Finish();
   for (const ExtractedFiles::File& file : files.files()) {
-    Say(std::to_string(file.packets) + " packets are in " + file.path);
+    Say(Counted(file.packets, "packet is", "packets are") + " in " + file.path);
   }
 }
 

@@ -32,6 +32,7 @@
 #include "shared/numbers.h"
 #include "shared/service.h"
 #include "shared/terminal.h"
+#include "shared/words.h"
 
 namespace orva {
 namespace {
@@ -238,7 +239,7 @@ void Record(RecordOptions& options) {
   if (files.files() > 1) {
     where = std::to_string(files.files()) + " files, the last " + where;
   }
-  Say(std::to_string(files.packets()) + " packets, " + std::to_string(files.payload_bytes()) +
+  Say(Counted(files.packets(), "packet, ", "packets, ") + std::to_string(files.payload_bytes()) +
       " bytes are in " + where);
   const std::string refused = RefusalText(statistics);
   if (checked && !refused.empty()) {

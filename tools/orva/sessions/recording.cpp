@@ -35,6 +35,9 @@ std::vector<int> IndexWithProgress(ReplaySession& session, const std::string& li
     Warn("the recording is cut, it breaks off within a record (" + survey.damage +
          "): it is played up to there.");
   }
+  for (const std::string& line : WhatIsLost(survey)) {
+    Warn(line);
+  }
   Say("the recording holds " + Counted(static_cast<std::uint64_t>(count), "frame", "frames"));
   return SelectFrames(list, count);
 }
