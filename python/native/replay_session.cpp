@@ -47,6 +47,7 @@ int ReplaySession<PC>::Index(const Check& check) {
     check();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
+  frames_ = frames;
   if (frames > 0) {
     driver_.SetLocalFrame(playing_ = frames - 1);
     Finish(0, check);
@@ -61,9 +62,14 @@ int ReplaySession<PC>::Index(const Check& check) {
 template <typename PC>
 std::vector<Frame<PC>> ReplaySession<PC>::Play(int frame, int next, const Check& check) {
   const auto lock = calls_.Take(check);
-  if (playing_ != frame) {
-    Finish(frame, check);
+  const auto go_to = [&](int wanted) {
+    Finish(wanted, check);
     collected_.clear();
+  };
+  if (playing_ != frame) go_to(frame);
+  if (after_end_) {
+    go_to(0);
+    go_to(frame);
   }
   Finish(next, check);
   return Tidy(frame, std::exchange(collected_, {}));
@@ -98,6 +104,7 @@ void ReplaySession<PC>::Finish(int next, const Check& check) {
     retry = std::min(2 * retry, kLastRetry);
     if (collected == 0) RequireProgress(before, since);
   }
+  after_end_ = frames_ > 1 && playing_ + 1 == frames_;
   playing_ = next;
 }
 

@@ -55,6 +55,10 @@ class ReplaySession {
   // Of the thread that has the call lock.
   int playing_ = -1;                  ///< frame that was asked for last
   std::vector<Frame<PC>> collected_;  ///< clouds of its play so far
+  int frames_ = 0;                    ///< as the driver counts them
+  /// Its play follows one that went to the recording's end. That ends no frame: what it left in the decoder,
+  /// such as a time, is in this one.
+  bool after_end_ = false;
 
   // Of the replay thread.
   std::size_t usual_size_ = 0;

@@ -29,11 +29,13 @@ def test_frames_are_the_tools(recorded, tmp_path, model):
     assert clouds[1].valid.sum() > 20_000 and len(clouds[-1]) == 7, "the last one has what the phase left over"
 
 
-@pytest.mark.parametrize("model,sizes", [("TS4B", [24576] * 4), ("NV2", [10944, 10752, 10752, 10560])])
+@pytest.mark.parametrize(
+    "model,sizes", [("TS4B", [24576] * 4), ("TS6", [24576] * 4), ("NV2", [10944, 10752, 10752, 10560])]
+)
 @pytest.mark.parametrize("point", ["plain", "time", "source"])
 def test_a_frame_is_the_same_however_it_is_asked_for(recorded, model, sizes, point):
     with orva.open(recorded(model, 4), model=model, point=point) as recording:
-        once = [cloud.points for cloud in recording]
+        times, once = zip(*((cloud.timestamp, cloud.points) for cloud in recording))
         assert [len(points) for points in once] == sizes
         orders = {
             "backwards": list(reversed(recording)),
@@ -45,6 +47,7 @@ def test_a_frame_is_the_same_however_it_is_asked_for(recorded, model, sizes, poi
             assert [cloud.frame for cloud in clouds] == [3, 2, 1, 0], name
             for cloud in clouds:
                 assert cloud.points.tobytes() == once[cloud.frame].tobytes(), (name, cloud)
+                assert cloud.timestamp == times[cloud.frame], (name, cloud)
         pairs = zip(recording[1:], recording)  # two loops at once
         assert [(a.frame, b.frame) for a, b in pairs] == [(1, 0), (2, 1), (3, 2)]
         assert [cloud.frame for cloud in recording[1:][:2]] == [1, 2]

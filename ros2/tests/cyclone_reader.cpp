@@ -14,7 +14,7 @@ using namespace orva::ros2;
 
 int main(int argc, char** argv) {
   const test::Arguments arguments = test::Arguments::Read(argc, argv);
-  test::Judge judge(test::Frames(arguments.model, arguments.file, arguments.calibration));
+  test::Judge judge(test::Deliver(arguments.model, arguments.file, arguments.calibration));
   const Participant participant;
   const test::Quality quality = arguments.best_effort ? test::Quality::kBestEffort : test::Quality::kReliable;
   const dds_entity_t points = test::MakeReader(participant, sensor_msgs_msg_dds__PointCloud2__desc,

@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "orva_driver.h"
@@ -20,13 +21,32 @@ namespace orva::ros2::test {
 
 using Cloud = PointCloud<PointTime>;
 
-/// Every frame of a recording, in order.
-inline std::vector<std::shared_ptr<Cloud>> Frames(LidarType model, const std::string& path,
-                                                  const std::string& calibration) {
-  std::vector<std::shared_ptr<Cloud>> clouds;
+struct Delivered {
+  struct Frame {
+    std::shared_ptr<Cloud> cloud;
+    double stamp;  ///< the sensor's time, else the capture time of its first packet
+  };
+  std::vector<Frame> frames;
+  std::set<double> imu;  ///< times that a sample may bear: the capture times of the packets
+};
+
+/// All that a recording holds, in order.
+inline Delivered Deliver(LidarType model, const std::string& path, const std::string& calibration) {
+  Delivered delivered;
   OrvaDriver<Cloud> driver;
-  driver.RegisterPointCloudCallBack([&](std::shared_ptr<Cloud> cloud) { clouds.push_back(std::move(cloud)); },
-                                    [] { return std::make_shared<Cloud>(); });
+  double first_packet = 0.0;
+  driver.RegisterPacketCallBack([&](const uint8_t*, size_t, double captured) {
+    if (first_packet == 0.0) first_packet = captured;
+    delivered.imu.insert(captured);
+  });
+  driver.RegisterPointCloudCallBack(
+      [&](std::shared_ptr<Cloud> cloud) {
+        double stamp = std::exchange(first_packet, 0.0);
+        if (!cloud->points.empty() && cloud->points[0].timestamp > 0) stamp = cloud->points[0].timestamp;
+        if (cloud->timestamp > 0) stamp = cloud->timestamp;
+        delivered.frames.push_back({std::move(cloud), stamp});
+      },
+      [] { return std::make_shared<Cloud>(); });
   DriverParam param;
   param.input_type = PCAP;
   param.lidar_type = model;
@@ -37,7 +57,7 @@ inline std::vector<std::shared_ptr<Cloud>> Frames(LidarType model, const std::st
   param.decoder_param.max_azimuth = 180;
   param.decoder_param.min_elevation = -90;
   param.decoder_param.max_elevation = 90;
-  if (!driver.InitDriver(param) || !driver.Start()) return clouds;
+  if (!driver.InitDriver(param) || !driver.Start()) return delivered;
   int frames = 0;
   while (!driver.GetLocalFileStatus(frames)) std::this_thread::yield();
   for (int frame = 0; frame < frames; ++frame) {
@@ -47,17 +67,17 @@ inline std::vector<std::shared_ptr<Cloud>> Frames(LidarType model, const std::st
   while (driver.GetStatistics(statistics) && statistics.frames < static_cast<uint64_t>(frames))
     std::this_thread::yield();
   driver.Stop();
-  return clouds;
+  return delivered;
 }
 
 /// Tells received clouds apart from those that the driver delivered, point by point.
 class Judge {
  public:
-  explicit Judge(const std::vector<std::shared_ptr<Cloud>>& frames) {
-    for (const auto& cloud : frames) {
-      if (!cloud->points.empty()) expected_.emplace(Hash(*cloud), expected_.size());
+  explicit Judge(Delivered delivered) : delivered_(std::move(delivered)) {
+    for (size_t i = 0; i < delivered_.frames.size(); ++i) {
+      const Cloud& cloud = *delivered_.frames[i].cloud;
+      if (!cloud.points.empty() && expected_.emplace(Hash(cloud), i).second) missing_.insert(i);
     }
-    for (const auto& [hash, number] : expected_) missing_.insert(number);
   }
 
   /// A cloud with the packed layout of 22 bytes a point.
@@ -81,12 +101,18 @@ class Judge {
     }
     if (!expected_.contains(hash)) return fail("its points are of no frame of the driver");
     missing_.erase(expected_[hash]);
+    if (std::abs(sec + nanosec * 1e-9 - delivered_.frames[expected_[hash]].stamp) > kRounding)
+      return fail(
+          ("its stamp is not the frame's, " + std::to_string(delivered_.frames[expected_[hash]].stamp))
+              .c_str());
     if (!stamps_.insert(sec * int64_t{1'000'000'000} + nanosec).second) return fail("comes a second time");
   }
   void TakeImu(int32_t sec, uint32_t nanosec, double orientation_covariance) {
-    if (orientation_covariance != -1.0) {
+    const double stamp = sec + nanosec * 1e-9;
+    const auto next = delivered_.imu.lower_bound(stamp - kRounding);
+    if (orientation_covariance != -1.0 || next == delivered_.imu.end() || *next > stamp + kRounding) {
       ++wrong_;
-      std::printf("IMU sample %d.%09u: the orientation is not marked as unknown\n", sec, nanosec);
+      std::printf("IMU sample %d.%09u: of no packet's time, or with an orientation\n", sec, nanosec);
     }
     imu_.insert(sec * int64_t{1'000'000'000} + nanosec);
   }
@@ -104,6 +130,7 @@ class Judge {
   }
 
  private:
+  static constexpr double kRounding = 1e-6;  ///< of seconds since 1970 in double, and of nanoseconds
   static constexpr uint64_t kSeed = 14695981039346656037U;
 
   static uint64_t Mix(uint64_t hash, const float* xyz, float intensity, uint16_t ring) {
@@ -126,6 +153,7 @@ class Judge {
     return hash;
   }
 
+  Delivered delivered_;
   std::map<uint64_t, size_t> expected_;  ///< number of the frame by what is in it
   std::set<size_t> missing_;
   std::set<int64_t> stamps_, imu_;

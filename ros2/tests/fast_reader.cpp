@@ -58,7 +58,7 @@ void TakeAll(DataReader& reader, Sample& sample, const Take& take) {
 
 int main(int argc, char** argv) {
   const test::Arguments arguments = test::Arguments::Read(argc, argv);
-  test::Judge judge(test::Frames(arguments.model, arguments.file, arguments.calibration));
+  test::Judge judge(test::Deliver(arguments.model, arguments.file, arguments.calibration));
   const char* localhost = std::getenv("ROS_LOCALHOST_ONLY");
   DomainParticipant* participant = MakeParticipant(localhost != nullptr && std::string(localhost) == "1");
   if (participant == nullptr) return 1;

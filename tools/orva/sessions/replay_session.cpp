@@ -108,6 +108,7 @@ int ReplaySession::FinishIndex() {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
+  frames_ = frames;
   // A recording that ends with a frame end would end with a frame without a point.
   if (frames > 1 && TraitsOf(param_.lidar_type).has_points) {
     const Played last = PlayOne(frames - 1);
@@ -123,6 +124,10 @@ void ReplaySession::Play(const std::vector<int>& frames, const Take& take) {
   std::deque<Finished> finished;
   Begin(frames.front());
   for (std::size_t i = 0; i < frames.size() && !Interrupted(); ++i) {
+    if (past_end_ && i > 0) {
+      Begin(frames[i]);
+    }
+    past_end_ = EndsRecording(frames[i]);
     // After the last frame it is asked for once more: that the driver accepts this tells that the play is
     // over.
     const int next = frames[i + 1 < frames.size() ? i + 1 : i];
@@ -192,8 +197,21 @@ ReplaySession::Played ReplaySession::PlayOne(int frame) {
   return played;
 }
 
+/// The recording's end is not a frame's: what it leaves in the decoder, such as a time, would go into the
+/// frame that is played next. So the first one is played in between, for nothing.
+bool ReplaySession::EndsRecording(int frame) const {
+  return frames_ > 1 && frame + 1 == frames_;
+}
+
 /// Starts a play; what an earlier one still gives is not wanted any more.
 void ReplaySession::Begin(int frame) {
+  if (std::exchange(past_end_, EndsRecording(frame))) {
+    Request(0);
+  }
+  Request(frame);
+}
+
+void ReplaySession::Request(int frame) {
   std::deque<Finished> unwanted;
   stood_since_ = Clock::now();
   while (!RequestNext(frame, unwanted) && !Interrupted()) {

@@ -74,7 +74,9 @@ class ReplaySession {
     FrameOrigin origin;
   };
 
+  bool EndsRecording(int frame) const;
   void Begin(int frame);
+  void Request(int frame);
   void FailWhereRecordingChanged();
   bool RequestNext(int frame, std::deque<Finished>& finished);
   void TakePacket(const std::uint8_t* data, std::size_t length, double received);
@@ -86,6 +88,8 @@ class ReplaySession {
   const std::pair<std::uintmax_t, std::filesystem::file_time_type> state_;  ///< of the recording, at first
   Clock::time_point looked_{};
   Clock::time_point stood_since_{};
+  int frames_ = 0;             ///< as the driver counts them
+  bool past_end_ = false;      ///< the play under way, or the last one, goes to the recording's end
   std::uint64_t packets_ = 0;  ///< when the driver was last looked at
   /// A play of an NV2 may give its first packet as a cloud of its own: the driver compares each line with the
   /// one before, which may be of the index pass or of another frame.
