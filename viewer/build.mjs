@@ -13,7 +13,7 @@ const source = join(dirname(fileURLToPath(import.meta.url)), "src");
 const require = createRequire(join(modules, "package.json"));
 const esbuild = require("esbuild");
 
-const { outputFiles } = await esbuild.build({
+const { outputFiles, metafile } = await esbuild.build({
   entryPoints: [join(source, "main.ts")],
   bundle: true,
   minify: true,
@@ -24,6 +24,7 @@ const { outputFiles } = await esbuild.build({
   nodePaths: [join(modules, "node_modules")],
   outdir: "unused",
   write: false,
+  metafile: true,
   logLevel: "warning",
 });
 const built = (ending) => outputFiles.find((file) => file.path.endsWith(ending)).text;
@@ -31,7 +32,13 @@ const built = (ending) => outputFiles.find((file) => file.path.endsWith(ending))
 const script = built(".js").replaceAll("</script", "<\\/script");
 const style = built(".css");
 
+// Who passes the page on passes on the licenses of what is in it.
+const packages = [...new Set(Object.keys(metafile.inputs).flatMap((path) => path.match(/node_modules\/((@[^/]+\/)?[^/]+)/)?.[1] ?? []))];
+const licenses = packages.map((name) => `${name}\n\n${readFileSync(join(modules, "node_modules", name, "LICENSE"), "utf8")}`);
+const notes = `<!--\n${licenses.join("\n").replaceAll("--", "- -")}-->\n`;
+
 const html = readFileSync(join(source, "index.html"), "utf8")
+  .replace("<html", () => `${notes}<html`)
   .replace("/*style*/", () => style)
   .replace("/*script*/", () => script);
 
@@ -74,4 +81,4 @@ Page BundledPage() {
 }  // namespace orva::view
 `,
 );
-console.log(`the page: ${html.length} bytes, ${bytes.length} compressed`);
+console.log(`the page: ${html.length} bytes, ${bytes.length} compressed, with code from ${packages.join(" ")}`);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The page in a real browser, on recordings. Usage: page.mjs ORVA MODULES WORK_FOLDER
-import { readFileSync, writeFileSync } from "node:fs";
+import { copyFileSync, readFileSync } from "node:fs";
 import { join } from "node:path";
 import { browser, expect, Orva, orva, until, work } from "./lib.mjs";
 
@@ -8,6 +8,7 @@ const frame = 2;
 const recording = ["street.pcap", "--model", "TS4B", "--calib", "street.calib"];
 orva("simulate", "street.pcap", "--model", "TS4B", "--frames", "5");
 orva("replay", ...recording, "--frames", String(frame), "--format", "csv", "--out", "csv");
+orva("simulate", "far.pcap", "--model", "TS4B", "--frames", "400");
 orva("render", ...recording, "--frames", String(frame), "--color", "distance", "--view", "range", "--out", "rendered");
 
 const { context, page, faults, hosts, said, shows } = await browser();
@@ -41,6 +42,9 @@ const statistics = (png, part) =>
     [png.toString("base64"), part],
   );
 
+const picture = async (selector) => statistics(await page.locator(selector).screenshot(), [0, 0, 0, 0]);
+const cloud = () => picture("#cloud");
+
 function correlation(a, b) {
   const mean = (list) => list.reduce((sum, value) => sum + value, 0) / list.length;
   const [ma, mb] = [mean(a), mean(b)];
@@ -54,42 +58,32 @@ async function draws() {
   expect((await said("points")) === "24576", "a whole TS4B frame is shown");
   // The margins are those of the rendered picture; the page's image has none.
   const rendered = await statistics(readFileSync(join(work, "rendered/frame_0002_range.png")), [76, 104, 152, 56]);
-  const shown = await statistics(await page.locator("#range-image").screenshot(), [0, 0, 0, 0]);
+  const shown = await picture("#range-image");
   const alike = correlation(rendered.blocks, shown.blocks);
   console.log(`range image and orva render: correlation ${alike.toFixed(3)}, coloured ${rendered.share.toFixed(2)} and ${shown.share.toFixed(2)}`);
   expect(alike > 0.9, "the range image looks like the rendered one");
   expect(Math.abs(rendered.share - shown.share) < 0.1, "as much of it is coloured");
-  const cloud = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
-  const apart = Math.max(...cloud.mean.map((value, c) => Math.abs(value - rendered.mean[c])));
-  console.log(`cloud: ${(cloud.share * 100).toFixed(1)} % coloured, mean colour off by ${apart.toFixed(0)}`);
-  expect(cloud.share > 0.02 && apart < 70, "the cloud is drawn in the same colours");
-  writeFileSync(join(work, "page.png"), await page.screenshot());
+  const { mean, share } = await cloud();
+  const apart = Math.max(...mean.map((value, c) => Math.abs(value - rendered.mean[c])));
+  console.log(`cloud: ${(share * 100).toFixed(1)} % coloured, mean colour off by ${apart.toFixed(0)}`);
+  expect(share > 0.02 && apart < 70, "the cloud is drawn in the same colours");
 }
 
 async function picks() {
-  const rows = readFileSync(join(work, "csv/frame_0002.csv"), "utf8").trim().split("\n").slice(1);
+  const rows = readFileSync(join(work, "csv/frame_0002.csv"), "utf8").trim().split("\n").slice(1).map((row) => row.split(",").map(Number));
+  const picked = () =>
+    page.evaluate(() => {
+      const list = document.getElementById("values");
+      return [list.dataset.index, ...["x", "y", "z", "intensity", "line"].map((name) => list.querySelector(`[data-field=${name}]`)?.dataset.exact)].map(Number);
+    });
   for (const [x, y] of [[520, 420], [560, 330], [470, 360]]) {
     await page.mouse.click(x, y);
-    const exact = await until(
-      () => page.evaluate(() => {
-        const list = document.getElementById("values");
-        const value = (name) => Number(list.querySelector(`[data-field=${name}]`)?.dataset.exact);
-        return list.dataset.index && { index: Number(list.dataset.index), x: value("x"), y: value("y"), z: value("z"), intensity: value("intensity"), line: value("line") };
-      }),
-      "a picked point",
-    );
-    const same = () => {
-      const [px, py, pz, intensity, line] = rows[exact.index].split(",").map(Number);
-      // The digits of the CSV are those of the float.
-      return [[px, exact.x], [py, exact.y], [pz, exact.z]].every(([a, b]) => Math.fround(a) === b) && intensity === exact.intensity && line === exact.line;
-    };
-    if (!same()) {
-      await page.waitForTimeout(300); // the page's own, rounded values stood there still
-      const again = await page.evaluate(() => ["x", "y", "z"].map((name) => Number(document.querySelector(`#values [data-field=${name}]`).dataset.exact)));
-      [exact.x, exact.y, exact.z] = again;
-    }
-    expect(same(), `point ${exact.index} has the coordinates of the CSV`);
-    expect((await page.url()).includes("pick=") || (await until(() => page.url().includes(`pick=${exact.index}`), "the address")), "the address names it");
+    // The page's own, rounded values give way to the server's. The digits of the CSV are those of the float.
+    const { index } = await until(async () => {
+      const [index, ...values] = await picked();
+      return rows[index]?.slice(0, 5).every((value, i) => (i < 3 ? Math.fround(value) : value) === values[i]) && { index };
+    }, "the coordinates of the CSV");
+    await until(() => page.url().includes(`pick=${index}`), "the point in the address");
     expect(!(await page.locator("#image-cursor").isHidden()), "the range image marks it");
     await page.keyboard.press("Escape");
   }
@@ -187,32 +181,29 @@ const imageTime = () =>
   });
 
 async function drawsWhatIsAskedFor() {
-  const cloud = async () => statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
   const before = await cloud();
   await page.keyboard.press("o");
-  await page.waitForTimeout(300); // the next picture
-  const within = await cloud();
-  expect(within.share > before.share + 0.0005, "the field of view is drawn");
+  const within = await until(async () => { const now = await cloud(); return now.share > before.share + 0.0005 && now; }, "the field of view");
   const [download] = await Promise.all([page.waitForEvent("download"), page.keyboard.press("c")]);
   expect(/^orva-frame-\d+\.png$/.test(download.suggestedFilename()), "a screenshot has the frame's number");
   const saved = await statistics(readFileSync(await download.path()), [0, 0, 0, 0]);
   expect(correlation(saved.blocks, within.blocks) > 0.95, "it shows the cloud");
-  console.log(`${(1000 / (await imageTime())).toFixed(1)} images/s of 24,576 points by the software renderer`);
+  const image = await imageTime();
+  console.log(`${(1000 / image).toFixed(1)} images/s of 24,576 points by the software renderer`);
+  expect(image < 200, "it turns at 5 images/s at least");
   await page.keyboard.press("o");
   await page.keyboard.press("v");
 }
 
 async function keepsItsView() {
   await page.keyboard.press("b");
-  await until(() => page.url().includes("camera="), "the camera in the address");
-  await page.waitForTimeout(500); // the last word of the state
+  await until(() => page.url().includes("camera=19.90,0.00,70.00"), "the camera in the address");
   const link = page.url();
-  const before = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
+  const before = await cloud();
   await page.goto("about:blank");
   await page.goto(link);
   await until(() => said("frame"), "the frame of the link");
-  const after = await statistics(await page.locator("#cloud").screenshot(), [0, 0, 0, 0]);
-  const alike = correlation(before.blocks, after.blocks);
+  const alike = correlation(before.blocks, (await cloud()).blocks);
   console.log(`the view of a link: correlation ${alike.toFixed(3)}`);
   expect(alike > 0.95, "a link shows the same view");
 }
@@ -230,28 +221,52 @@ async function survivesRestart() {
   await server.end();
 }
 
-async function seeksAtOnce() {
-  server = new Orva("view", "long.pcap", "--model", "NV2", "--http-port", "0");
+const seeks = (...recording) => async function seeksAtOnce() {
+  server = new Orva("view", ...recording, "--http-port", "0");
   await page.goto(await server.address());
   await until(() => said("frame"), "the first frame");
   const times = await page.evaluate(async () => {
-    const seek = document.getElementById("seek");
+    const [root, seek, place] = [document.documentElement, document.getElementById("seek"), document.getElementById("place")];
+    const drawing = document.getElementById("cloud").getContext("webgl2");
     const list = [];
-    for (let i = 0; i < 24; i++) {
-      const wanted = (i * 167 + 53) % 400;
+    for (let i = 0; i < 40; i++) {
+      const wanted = String((i * 167 + 53) % 400);
+      await new Promise((done) => setTimeout(done, 100)); // the picture before is out of the way
+      const came = new Promise((done) => new MutationObserver((_, self) => root.dataset.frame === wanted && done(self.disconnect())).observe(root, { attributes: true }));
       const start = performance.now();
-      seek.value = String(wanted);
+      seek.value = wanted;
       seek.dispatchEvent(new Event("input"));
-      while (document.documentElement.dataset.frame !== String(wanted)) await new Promise((done) => setTimeout(done, 1));
-      await new Promise((done) => requestAnimationFrame(done));
+      await came;
+      await new Promise((done) => requestAnimationFrame(done)); // after the page's own, which draws
+      drawing.readPixels(0, 0, 1, 1, drawing.RGBA, drawing.UNSIGNED_BYTE, new Uint8Array(4)); // waits until it is drawn
       list.push(performance.now() - start);
+      if (!place.textContent.startsWith(`Frame ${wanted} of 0–399`) || seek.value !== wanted) throw new Error(`${wanted}: ${place.textContent}`);
     }
     return list.sort((a, b) => a - b);
   });
   const image = await imageTime();
-  console.log(`seeking in 400 frames: median ${times[12].toFixed(0)} ms, longest ${times[23].toFixed(0)} ms; a picture takes ${image.toFixed(0)} ms`);
-  expect(times[12] <= Math.max(100, 4 * image), "a frame is drawn within 100 ms, or a few pictures of a slow renderer"); // the server's part: stream.mjs
+  const [median, most, longest] = [times[20], times[37], times[39]];
+  console.log(`${recording[2]}, any of 400 frames: median ${median.toFixed(0)} ms, 95 % ${most.toFixed(0)} ms, longest ${longest.toFixed(0)} ms; a picture takes ${image.toFixed(0)} ms`);
+  expect(median <= 100, "a frame is drawn within 100 ms");
+  expect(most <= Math.max(100, 3 * image) && longest <= Math.max(200, 6 * image), "nearly always, and never long after"); // the server's part: stream.mjs
   await server.end();
+}
+
+async function saysWhatIsWrong() {
+  copyFileSync(join(work, "street.pcap"), join(work, "bare.pcap"));
+  await page.setViewportSize({ width: 390, height: 844 });
+  for (const [title, ...wrong] of [
+    ["Wrong model", "long.pcap", "--model", "TS4B"],
+    ["Uncalibrated", "bare.pcap", "--model", "TS4B"],
+    ["No points", ...recording, "--distance", "900", "999"],
+  ]) {
+    server = new Orva("view", ...wrong, "--http-port", "0");
+    await page.goto(await server.address());
+    await until(async () => (await page.locator("#notice strong").textContent()) === title, title);
+    const wide = await page.evaluate(() => [...document.querySelectorAll("body > *")].filter((e) => e.scrollWidth > e.clientWidth).map((e) => e.tagName));
+    expect(wide.length === 0, `all fits a telephone: ${wide}`);
+    await server.end();
+  }
 }
 
 async function plotsARecordingsImu() {
@@ -260,19 +275,19 @@ async function plotsARecordingsImu() {
   await page.goto(`${await server.address()}#plots=1&playing=1`);
   await until(async () => Number(await said("frame")) > 10, "playing");
   for (const plot of ["#plot-turn", "#plot-push"]) {
-    const drawn = async () => (await statistics(await page.locator(`${plot} canvas`).screenshot(), [0, 0, 0, 0])).share;
-    await until(async () => (await drawn()) > 0.002, `curves in ${plot}`);
+    await until(async () => (await picture(`${plot} canvas`)).share > 0.002, `curves in ${plot}`);
   }
-  writeFileSync(join(work, "plots.png"), await page.screenshot());
   await server.end();
 }
 
 try {
-  for (const step of [draws, picks, takesFingers, drawsWhatIsAskedFor, worksByKeyboard, keepsItsView, survivesRestart, seeksAtOnce, plotsARecordingsImu]) {
+  for (const step of [draws, picks, takesFingers, drawsWhatIsAskedFor, worksByKeyboard, keepsItsView, survivesRestart, seeks("far.pcap", "--model", "TS4B", "--calib", "far.calib"), seeks("long.pcap", "--model", "NV2"), plotsARecordingsImu, saysWhatIsWrong]) {
     await step();
     console.log(`ok ${step.name}`);
   }
   const own = new Set([...hosts].map((host) => host.split(":")[0]));
+  const unexpected = faults.filter((text) => !text.includes("WebSocket connection to")); // tries to reach a server that is gone
+  expect(unexpected.length === 0, `the console is empty: ${unexpected}`);
   expect([...own].join() === "127.0.0.1", `nothing is asked of another host: ${[...hosts]}`);
 } finally {
   await context.close();

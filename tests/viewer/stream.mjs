@@ -57,7 +57,7 @@ class Page {
 const dataPort = await freePort();
 const commandPort = await freePort();
 const listening = ["--model", "TS6", "--port", String(dataPort)];
-const sensorArguments = ["simulate", "--live", "--model", "TS6", "--to", "127.0.0.1", "--port", String(dataPort), "--command-port", String(commandPort)];
+const sensorArguments = ["simulate", "--live", "--model", "TS6", "--to", "127.0.0.1", "--port", String(dataPort), "--command-port", String(commandPort), "--rate", "20"];
 const server = new Orva("view", ...listening, "--sensor", "127.0.0.1", "--command-port", String(commandPort), "--http-port", "0");
 const address = await server.address();
 let sensor = null;
@@ -124,33 +124,31 @@ async function tellsOfSilence() {
   page.socket.terminate();
 }
 
-/** Processor time of the driver's own threads, in clock ticks. */
-function driverTicks() {
+/** Milliseconds that the driver's own threads have run. */
+function driverTime() {
   const tasks = `/proc/${server.child.pid}/task`;
-  let ticks = 0;
-  for (const task of readdirSync(tasks)) {
-    const [, name, rest] = readFileSync(`${tasks}/${task}/stat`, "utf8").match(/\((.*)\) (.*)/);
-    const fields = rest.split(" ");
-    if (!["orva", "orva-view"].includes(name)) ticks += Number(fields[11]) + Number(fields[12]);
-  }
-  return ticks;
+  const own = readdirSync(tasks).filter((task) => !["orva", "orva-view"].includes(readFileSync(`${tasks}/${task}/comm`, "utf8").trim()));
+  return own.reduce((sum, task) => sum + Number(readFileSync(`${tasks}/${task}/schedstat`, "utf8").split(" ")[0]) / 1e6, 0);
 }
 
 async function sparesTheDriver() {
   const seconds = 4;
   const measure = async () => {
-    const before = driverTicks();
+    const before = driverTime();
     await new Promise((done) => setTimeout(done, seconds * 1000));
-    return driverTicks() - before;
+    return driverTime() - before;
   };
   const alone = await measure();
   const pages = Array.from({ length: 8 }, () => new Page(address));
   for (const page of pages) page.onFrame = () => page.send({ type: "ready" });
   await until(() => pages.every((page) => page.frames.length > 2), "eight pages being served");
+  const lost = async () => JSON.stringify((await until(() => pages[0].status, "counts")).lost);
+  const before = await lost();
   const watched = await measure();
   const counts = pages.map((page) => page.frames.length);
-  console.log(`driver's threads: ${alone} ticks alone, ${watched} with eight pages; frames ${counts}`);
-  expect(watched <= alone * 2 + 20, "eight pages cost the driver nothing");
+  console.log(`driver's threads in ${seconds} s: ${alone.toFixed(0)} ms alone, ${watched.toFixed(0)} ms with eight pages; frames ${counts}`);
+  expect(watched <= alone * 1.3 + 20, "eight pages cost the driver nothing");
+  expect((await lost()) === before, "no packet is lost for them");
   for (const page of pages) {
     const bytes = page.frames.at(-1);
     expect(bytes.length <= 10 * bytes.readUInt32LE(12) , "a frame takes at most ten bytes for a point");
@@ -191,7 +189,7 @@ async function findsAnyFrameAtOnce() {
   }
   times.sort((a, b) => a - b);
   console.log(`any of 400 frames: median ${times[20].toFixed(1)} ms, longest ${times[39].toFixed(1)} ms`);
-  expect(times[20] <= 100, "a frame comes within 100 ms");
+  expect(times[20] <= 20 && times[37] <= 50, "a frame comes at once"); // most of the 100 ms are the page's
   page.socket.terminate();
   await recording.end();
 }
@@ -229,10 +227,16 @@ async function showsALiveSensor() {
   const { context, page, faults, said } = await browser();
   await page.goto(`${address}#plots=1`);
   await until(async () => Number(await said("frame")) > 0, "a live frame");
+  const watcher = new Page(address); // sees every frame
+  watcher.onFrame = () => watcher.send({ type: "ready" });
   const first = Number(await said("frame"));
-  await until(async () => Number(await said("frame")) > first + 20, "twenty more");
+  await until(async () => Number(await said("frame")) > first + 100, "a hundred more");
+  const behind = async () => watcher.frames.at(-1).readUInt32LE(8) - Number(await said("frame"));
+  await until(async () => (await behind()) <= 3, "the page where the sensor is: no backlog");
+  watcher.socket.terminate();
   await until(() => page.evaluate(() => document.querySelectorAll("#plot-turn canvas").length === 1), "the IMU plots");
   console.log(`the page draws ${await said("rate")} frames/s of a live sensor, ${await said("dropped")} left out`);
+  await until(async () => Number(await said("rate")) >= 10, "half of 20 frames/s, drawn by the software renderer");
   await page.keyboard.press(" ");
   expect((await page.locator("#place").textContent()).startsWith("Frozen"), "the picture can be frozen");
   await sensor.end();

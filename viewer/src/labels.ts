@@ -28,15 +28,19 @@ export class Labels {
     this.groups.set(group, made);
   }
 
+  /** Where distances of the grid would cover each other, the nearer ones are shown. */
   place(camera: THREE.Camera, width: number, height: number): void {
-    for (const group of this.groups.values()) {
+    for (const [name, group] of this.groups) {
+      const taken: [number, number][] = [];
       for (const { label, element } of group) {
         this.point.set(...label.at).project(camera);
-        const shown = Math.abs(this.point.z) < 1 && Math.abs(this.point.x) < 1.1 && Math.abs(this.point.y) < 1.1;
-        element.hidden = !shown;
-        if (!shown) continue;
         const x = ((this.point.x + 1) / 2) * width;
         const y = ((1 - this.point.y) / 2) * height;
+        const within = Math.abs(this.point.z) < 1 && Math.abs(this.point.x) < 1.1 && Math.abs(this.point.y) < 1.1;
+        const covered = name === "grid" && taken.some(([u, v]) => Math.abs(u - x) < 34 && Math.abs(v - y) < 12);
+        element.hidden = !within || covered;
+        if (element.hidden) continue;
+        taken.push([x, y]);
         element.style.transform = `translate(${x.toFixed(1)}px, ${y.toFixed(1)}px) translate(-50%, -50%)`;
       }
     }

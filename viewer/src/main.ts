@@ -21,7 +21,7 @@ import { colourModes, Store, type Theme, type Triple } from "./state";
 const store = new Store(readAddress(location.hash));
 const page = document.documentElement;
 const stage = find<HTMLCanvasElement>("cloud");
-const scene = new Scene(stage, find("labels"));
+const scene = makeScene();
 const rangeImage = new RangeImage(find("range-image"), find("image-cursor"));
 const readout = new Readout(find("readout"), find("values"));
 const plots = new Plots(find);
@@ -42,6 +42,16 @@ const origin = (): Triple => (hello?.mounting ? (hello.mounting.slice(0, 3) as T
 const darkWish = matchMedia("(prefers-color-scheme: dark)");
 const isLight = () => store.state.theme === "light" || (store.state.theme === "auto" && !darkWish.matches);
 const range = () => store.state.range ?? fitted;
+
+function makeScene(): Scene {
+  try {
+    return new Scene(stage, find("labels"));
+  } catch (error) {
+    const text = "This browser offers no WebGL. Switch its hardware acceleration on, or open the page in another one.";
+    showNotice(find("notice"), { kind: "error", title: "Nothing can be drawn", text, blocking: true });
+    throw error;
+  }
+}
 
 // --- what the server says
 
@@ -161,11 +171,12 @@ function showPlace(): void {
   const place = find("place");
   const time = document.createElement("small");
   time.textContent = clock(frame?.time ?? 0);
+  const all = `0–${Math.max(0, (hello?.frames ?? 1) - 1)}`; // as the tool counts them
   if (live()) place.replaceChildren(store.state.playing ? `Frame ${frame?.number ?? "–"}` : "Frozen", time);
-  else place.replaceChildren(`Frame ${store.state.frame} of ${hello?.frames ?? 0}`, time);
+  else place.replaceChildren(`Frame ${frame?.number ?? "–"} of ${all}`, time);
   const seek = find<HTMLInputElement>("seek");
-  seek.value = String(store.state.frame);
-  seek.setAttribute("aria-valuetext", `frame ${store.state.frame} of ${hello?.frames ?? 0}`);
+  seek.value = String(store.state.frame); // a hand that drags is ahead of the frame that is seen
+  seek.setAttribute("aria-valuetext", `frame ${store.state.frame} of ${all}`);
 }
 
 function showStatus(): void {
@@ -390,14 +401,15 @@ store.subscribe((state, changed) => {
   if (has("plots")) plots.rebuild();
   if (has("picked")) askForPoint();
   if (has("picked", "ends", "measuring")) showMarks();
-  if (has("frame", "playing")) {
+  // Another place is shown with its frame: one picture of the page instead of two.
+  if (has("playing")) {
     showPlace();
     showSituation();
   }
   // Going on after a freeze: the server waits for the page's word.
   if (has("playing") && state.playing && live()) connection.send({ type: "ready" });
   clearTimeout(addressTimer);
-  addressTimer = window.setTimeout(() => history.replaceState(null, "", `#${writeAddress(store.state, fittedFor || store.state.range ? range() : null)}`), 150);
+  addressTimer = window.setTimeout(() => history.replaceState(null, "", `#${writeAddress(store.state, fittedFor || store.state.range ? range() : null)}`), 300);
 });
 window.addEventListener("hashchange", () => {
   store.set(readAddress(location.hash));

@@ -23,6 +23,7 @@ class Plot {
     private readonly holder: HTMLElement,
     private readonly series: Series[],
     private readonly span: number,
+    private readonly unit = " s", // of the axis that the span is on
   ) {
     this.data = [[], ...series.map(() => [])];
     new ResizeObserver(() => this.fit()).observe(holder);
@@ -74,7 +75,7 @@ class Plot {
       cursor: { show: true, y: false, drag: { x: false, y: false } },
       legend: { live: false },
       scales: { x: { time: false }, y: { range: { min: { pad: 0.1, soft: 0, mode: 1 }, max: { pad: 0.1, soft: 1, mode: 1 } } } },
-      axes: [{ ...axis, size: 22 }, { ...axis, size: 44 }],
+      axes: [{ ...axis, size: 22, values: (_, ticks) => ticks.map((tick) => `${tick}${this.unit}`) }, { ...axis, size: 44 }],
       series: [
         {},
         ...this.series.map((entry) => ({ label: entry.label, stroke: value(entry.colour), width: 1.5, points: { show: false } })),
@@ -106,11 +107,11 @@ export class Plots {
         { label: "kernel", colour: "--series-1" },
         { label: "queue", colour: "--series-2" },
         { label: "refused", colour: "--series-3" },
-        { label: "not shown here", colour: "--series-4" },
+        { label: "left out", colour: "--series-4" },
       ],
       statusSeconds,
     );
-    this.returns = new Plot(find("plot-returns"), [{ label: "returns", colour: "--series-2" }], mostFrames);
+    this.returns = new Plot(find("plot-returns"), [{ label: "returns", colour: "--series-2" }], mostFrames, "");
     setInterval(() => this.all().forEach((plot) => plot.draw()), drawMilliseconds);
   }
 

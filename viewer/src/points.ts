@@ -59,6 +59,8 @@ export class Points {
 
   show(frame: Frame): void {
     if (frame.count > this.capacity) this.grow(frame.count);
+    this.geometry.setDrawRange(0, frame.count);
+    if (frame.count === 0) return; // there may be no buffers yet
     const put = (name: string, values: Float32Array | Uint16Array) => {
       const attribute = this.geometry.getAttribute(name) as THREE.BufferAttribute;
       (attribute.array as Float32Array).set(values);
@@ -69,7 +71,6 @@ export class Points {
     put("position", frame.positions);
     put("intensity", frame.intensity);
     put("line", frame.line);
-    this.geometry.setDrawRange(0, frame.count);
   }
 
   colour(mode: ColourMode, range: [number, number], light: boolean): void {
