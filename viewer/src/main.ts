@@ -68,10 +68,10 @@ const connection = new Connection({
   },
   text: take,
   frame(next) {
-    // A frozen picture stays, but the server hears that this page is still alive.
+    // The next one is asked for when this one is drawn: a page that is slow, or hidden, is spared what it cannot show.
     if (live()) {
       if (!store.state.playing) return;
-      connection.send({ type: "ready" });
+      requestAnimationFrame(() => connection.send({ type: "ready" }));
     } else {
       player.arrived(next.number);
     }
