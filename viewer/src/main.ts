@@ -100,6 +100,8 @@ function take(message: ServerText): void {
 }
 
 function begin(message: Hello): void {
+  // The server was replaced by another version while the connection was lost: its own page understands it.
+  if (hello && hello.version !== message.version) location.reload();
   hello = message;
   status = null;
   plots.restart();
@@ -308,8 +310,8 @@ const fitScale = () => {
   showColours();
 };
 const help = find<HTMLDialogElement>("help-dialog");
-const toEnd = (frameNumber: number) => store.set({ playing: false, frame: frameNumber });
-const lastFrame = () => toEnd(Math.max(0, (hello?.frames ?? 1) - 1));
+const firstFrame = () => player.show(0);
+const lastFrame = () => player.show(Infinity);
 
 const shortcuts: Shortcut[] = [
   { keys: [" "], shown: "Space", what: "play or pause", run: () => store.toggle("playing") },
@@ -317,7 +319,7 @@ const shortcuts: Shortcut[] = [
   { keys: ["ArrowRight"], shown: "→", what: "one frame on", run: () => player.step(1) },
   { keys: ["ArrowDown", "PageDown"], shown: "↓", what: "ten frames back", run: () => player.step(-10) },
   { keys: ["ArrowUp", "PageUp"], shown: "↑", what: "ten frames on", run: () => player.step(10) },
-  { keys: ["Home"], shown: "Home", what: "first frame", run: () => toEnd(0) },
+  { keys: ["Home"], shown: "Home", what: "first frame", run: firstFrame },
   { keys: ["End"], shown: "End", what: "last frame", run: lastFrame },
   ...colourModes.map((colour, i) => ({
     keys: [String(i + 1)],
@@ -360,7 +362,7 @@ fillHelp(find("shortcuts"), shortcuts);
 
 const clicks: Record<string, () => void> = {
   play: () => store.toggle("playing"),
-  first: () => toEnd(0),
+  first: firstFrame,
   last: lastFrame,
   back: () => player.step(-1),
   forth: () => player.step(1),
@@ -374,7 +376,7 @@ const clicks: Record<string, () => void> = {
   unpick: () => store.set({ picked: null }),
 };
 for (const [id, run] of Object.entries(clicks)) find(id).addEventListener("click", run);
-find("seek").addEventListener("input", (event) => toEnd(Number((event.target as HTMLInputElement).value)));
+find("seek").addEventListener("input", (event) => player.show(Number((event.target as HTMLInputElement).value)));
 connectPanel(store, () => fitted);
 scene.onCamera = (camera) => store.set({ camera });
 

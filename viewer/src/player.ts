@@ -24,7 +24,9 @@ export class Player {
     requestAnimationFrame(tick);
     store.subscribe((state, changed) => {
       if (changed.has("frame") && Math.floor(this.place) !== state.frame) this.place = state.frame;
-      if (this.frames > 0) this.want(performance.now());
+      if (this.frames === 0) return;
+      if (state.frame >= this.frames) store.set({ frame: this.frames - 1 }); // an address may name any
+      else this.want(performance.now());
     });
   }
 
@@ -50,8 +52,13 @@ export class Player {
   }
 
   step(by: number): void {
-    const { frame } = this.store.state;
-    this.store.set({ playing: false, frame: Math.min(this.frames - 1, Math.max(0, frame + by)) });
+    this.show(this.store.state.frame + by);
+  }
+
+  /** Nothing without a recording, or while its server is away: where it ends is not known then. */
+  show(frame: number): void {
+    if (this.frames === 0) return;
+    this.store.set({ playing: false, frame: Math.min(this.frames - 1, Math.max(0, frame)) });
   }
 
   private tick(now: number): void {
