@@ -33,7 +33,7 @@ const script = built(".js").replaceAll("</script", "<\\/script");
 const style = built(".css");
 
 // Who passes the page on passes on the licenses of what is in it.
-const packages = [...new Set(Object.keys(metafile.inputs).flatMap((path) => path.match(/node_modules\/((@[^/]+\/)?[^/]+)/)?.[1] ?? []))];
+const packages = [...new Set(Object.keys(metafile.inputs).flatMap((path) => path.match(/node_modules\/((@[^/]+\/)?[^/]+)/)?.[1] ?? []))].sort();
 const licenses = packages.map((name) => `${name}\n\n${readFileSync(join(modules, "node_modules", name, "LICENSE"), "utf8")}`);
 const notes = `<!--\n${licenses.join("\n").replaceAll("--", "- -")}-->\n`;
 

@@ -120,7 +120,10 @@ std::vector<ImuMsg> LiveFeed::ImuSince(std::uint64_t& taken) {
 }
 
 std::uint64_t LiveFeed::Enter() {
-  ++watching_;
+  if (watching_++ == 0) {
+    const std::lock_guard lock(mutex_);
+    newest_ = nullptr;  // of the time when somebody watched last: the frames since then are nobody's loss
+  }
   return ++clients_;
 }
 
