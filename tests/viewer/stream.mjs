@@ -45,6 +45,7 @@ class Page {
     this.socket.on("message", (data, binary) => {
       if (binary) this.frames.push(data);
       else if (data.toString().includes('"status"')) this.status = JSON.parse(data);
+      else if (data.toString().includes('"point"')) this.point = JSON.parse(data);
       if (binary) this.onFrame?.();
     });
     this.socket.on("error", () => {});
@@ -165,6 +166,8 @@ async function dropsForSlowPages() {
   await until(() => slow.every((page) => page.frames.length === 2), "two frames each");
   await new Promise((done) => setTimeout(done, 3000));
   expect(slow.every((page) => page.frames.length === 2), "no more than two wait for a page");
+  slow[0].send({ type: "point", frame: slow[0].frames[0].readUInt32LE(8), index: 0 });
+  expect(!(await until(() => slow[0].point, "a point")).gone, "the frame that is seen while another is under way has points");
   slow[0].send({ type: "ready" });
   await until(() => slow[0].status?.dropped > 10, "the dropped frames being told");
   console.log(`a slow page: ${slow[0].status.dropped} frames dropped; memory grew by ${memory() - before} kB`);
@@ -240,6 +243,11 @@ async function showsALiveSensor() {
   await until(async () => Number(await said("rate")) >= 10, "half of 20 frames/s, drawn by the software renderer");
   await page.keyboard.press(" ");
   expect((await page.locator("#place").textContent()).startsWith("Frozen"), "the picture can be frozen");
+  const [at, left] = [Number(await said("frame")), Number(await said("dropped"))];
+  await page.waitForTimeout(4000); // 80 frames that nobody wants
+  await page.keyboard.press(" ");
+  await until(async () => Number(await said("frame")) > at + 130, "going on");
+  expect(Number(await said("dropped")) < left + 40, "frames that were not wanted are not told as left out");
   await sensor.end();
   await until(() => page.evaluate(() => document.getElementById("notice").textContent.includes("No packets")), "silence being told");
   expect(faults.length === 0, `the console is empty: ${faults}`);

@@ -108,16 +108,19 @@ std::optional<Message> PageClient::NextFrame() {
     }
   } else if (credit_ > 0) {
     frame = feed_.Newest();
-    if (frame == nullptr || (shown_ != nullptr && frame->number == shown_->number)) {
+    if (frame == nullptr || (!shown_.empty() && frame->number == shown_.back()->number)) {
       return std::nullopt;
     }
     --credit_;
-    dropped_ += shown_ == nullptr ? 0 : frame->number - shown_->number - 1;
+    dropped_ += shown_.empty() ? 0 : frame->number - shown_.back()->number - 1;
   }
   if (frame == nullptr) {
     return std::nullopt;
   }
-  shown_ = frame;
+  shown_.push_back(frame);
+  if (shown_.size() > kMostCredit + 1) {  // those under way, and the one that is seen
+    shown_.pop_front();
+  }
   ++sent_;
   return Message{frame->page_bytes, false};
 }
@@ -162,11 +165,13 @@ std::string PageClient::StatusText(const Status& status) const {
 
 std::string PageClient::PointText(std::uint32_t frame, std::uint32_t index) const {
   Json reply = {{"type", "point"}, {"frame", frame}, {"index", index}};
-  if (shown_ == nullptr || shown_->number != frame || index >= shown_->cloud->points.size()) {
-    reply["gone"] = true;  // another frame has been sent since
+  const auto shown = std::find_if(shown_.begin(), shown_.end(),
+                                  [frame](const FramePtr& sent) { return sent->number == frame; });
+  if (shown == shown_.end() || index >= (*shown)->cloud->points.size()) {
+    reply["gone"] = true;  // others have been sent since
     return Dump(reply);
   }
-  const PointTime& point = shown_->cloud->points[index];
+  const PointTime& point = (*shown)->cloud->points[index];
   // In double, so that the digits are those of the float.
   const double x = point.x;
   const double y = point.y;

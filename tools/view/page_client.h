@@ -39,8 +39,8 @@ class PageClient : public Client {
   std::uint64_t told_ = 0;       ///< version of the status
   std::uint64_t imu_taken_ = 0;  ///< see Feed::ImuSince
   Clock::time_point imu_due_;
-  int credit_ = 2;  ///< live: frames that the page takes before it asks for more
-  FramePtr shown_;  ///< sent last: what points are asked of
+  int credit_ = 2;              ///< live: frames that the page takes before it asks for more
+  std::deque<FramePtr> shown_;  ///< sent last, the newest behind: what points are asked of
   std::uint64_t sent_ = 0;
   std::uint64_t dropped_ = 0;
   std::deque<std::string> replies_;

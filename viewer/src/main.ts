@@ -32,6 +32,9 @@ let status: Status | null = null;
 let frame: Frame | null = null;
 let connectionState: ConnectionState = "connecting";
 let retry = 0;
+let newest = 0; // number of the live frame that came last, shown or not
+let frozen = false; // it came into a frozen picture
+let excused = 0; // frames that were not wanted then: the server counts them as dropped
 let hovered: number | null = null;
 let fitted: [number, number] = [0, 1];
 let fittedFor = ""; // colour mode and recording that `fitted` belongs to
@@ -70,7 +73,10 @@ const connection = new Connection({
   frame(next) {
     // The next one is asked for when this one is drawn: a page that is slow, or hidden, is spared what it cannot show.
     if (live()) {
-      if (!store.state.playing) return;
+      if (frozen && store.state.playing) excused += next.number - newest - 1;
+      frozen = !store.state.playing;
+      newest = next.number;
+      if (frozen) return;
       requestAnimationFrame(() => connection.send({ type: "ready" }));
     } else {
       player.arrived(next.number);
@@ -86,6 +92,7 @@ function take(message: ServerText): void {
       begin(message);
       break;
     case "status":
+      message.dropped -= excused;
       status = message;
       plots.status(message);
       showStatus();
@@ -104,6 +111,7 @@ function begin(message: Hello): void {
   if (hello && hello.version !== message.version) location.reload();
   hello = message;
   status = null;
+  [frozen, excused] = [false, 0];
   plots.restart();
   page.dataset.mode = message.mode;
   page.dataset.imu = message.hasImu ? "yes" : "no";
