@@ -267,8 +267,9 @@ struct DriverStatistics {
                                     ///< takes too long), or for want of memory
   uint64_t queued = 0;              ///< live: packets that wait for the decoding thread at this moment
   uint64_t kernel_dropped = 0;    ///< live: datagrams that the kernel dropped on the data socket, most often
-                                  ///< because its receive buffer was full. Not among `received`. 0 before
-                                  ///< Linux 4.12; the kernel's count wraps at 2^32
+                                  ///< because its receive buffer was full. Not among `received`. After
+                                  ///< `Stop` it stands still: nobody reads then. 0 before Linux 4.12; the
+                                  ///< kernel's count wraps at 2^32
   uint64_t frames = 0;            ///< frames that ended, whether or not a put callback took the cloud
   uint64_t imu_samples = 0;       ///< live: IMU samples made; none without an IMU get callback
   uint64_t plays = 0;             ///< replay: plays begun, also of a frame that was played before

@@ -174,14 +174,26 @@ TEST_F(StatisticsTest, TheKernelsDropsAndADownloadAreSeen) {
   const uint64_t sent = Read().receive_buffer_bytes / 1104 + 10;
   ASSERT_GT(sent, 10U);
   const UdpPeer sensor;
-  for (uint64_t i = 0; i < sent; ++i) {
-    sensor.Send(param.input_param.msop_port, Packet(TS6).data(), Packet(TS6).size());
-  }
+  const auto overflow = [&] {
+    for (uint64_t i = 0; i < sent; ++i) {
+      sensor.Send(param.input_param.msop_port, Packet(TS6).data(), Packet(TS6).size());
+    }
+  };
+  overflow();
   EXPECT_GE(Read().kernel_dropped, 10U);
   ASSERT_TRUE(player_.driver.Start());
   EXPECT_TRUE(Eventually([&] { return Read().decoded + Read().kernel_dropped == sent; }));
   EXPECT_TRUE(Eventually([&] { return Read().calibration == CALIBRATION_FROM_SENSOR; }));
   EXPECT_EQ(Read().calibration_bytes, stream.size());
+
+  // Nobody reads any more: what overflows now is no loss, nor is it one after a further start.
+  player_.driver.Stop();
+  const auto [lost, received] = std::pair(Read().kernel_dropped, Read().received);
+  overflow();
+  EXPECT_EQ(Read().kernel_dropped, lost);
+  ASSERT_TRUE(player_.driver.Start());
+  EXPECT_TRUE(Eventually([&] { return Read().received > received; }));
+  EXPECT_EQ(Read().kernel_dropped, lost);
 }
 
 TEST_F(StatisticsTest, OnlyAWholeDownloadCountsAsCalibration) {

@@ -19,6 +19,7 @@
 #include "manager/folder_calibration.h"
 #include "manager/statistics_reading.h"
 #include "online/calibration_loader.h"
+#include "online/kernel_drops.h"
 #include "online/pacing.h"
 #include "online/sync_queue.h"
 #include "param/param_service.h"
@@ -70,6 +71,8 @@ class OnlineManager<PC>::Impl {
   bool Running() const;
   bool OnOwnThread() const;
 
+  const InputSock* Socket() const { return dynamic_cast<const InputSock*>(input_.get()); }
+
   void RecvLoop();
   void DecodeLoop();
   std::shared_ptr<Buffer> GetBuffer();
@@ -95,6 +98,7 @@ class OnlineManager<PC>::Impl {
 
   // For statistics.
   std::atomic<CalibrationState> calibration_{CALIBRATION_NONE};
+  KernelDrops kernel_drops_;
   Counter received_;  // by the receive thread
   Counter received_bytes_;
   Counter recv_out_of_memory_;
@@ -204,7 +208,12 @@ bool OnlineManager<PC>::Impl::StartLoad() {
 
 template <typename PC>
 bool OnlineManager<PC>::Impl::StartRecv() {
-  return recv_thread_.Start([this] { RecvLoop(); });
+  return recv_thread_.Start([this] {
+    const InputSock* socket = Socket();
+    if (socket != nullptr) kernel_drops_.ReceivingBegins(socket->Drops());
+    RecvLoop();
+    if (socket != nullptr) kernel_drops_.ReceivingEnds(socket->Drops());
+  });
 }
 
 template <typename PC>
@@ -290,7 +299,7 @@ std::shared_ptr<ImuMsg> OnlineManager<PC>::Impl::GetImuMsg() {
 
 template <typename PC>
 DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
-  const auto* socket = dynamic_cast<const InputSock*>(input_.get());
+  const InputSock* socket = Socket();
   DriverStatistics statistics = ReadSettled([&] {
     const PacketCounts& packets = decoder_->ProcessedPackets();
     DriverStatistics now;
@@ -307,7 +316,7 @@ DriverStatistics OnlineManager<PC>::Impl::ReadStatistics() const {
     return now;
   });
   if (socket != nullptr) {
-    statistics.kernel_dropped = socket->Drops();
+    statistics.kernel_dropped = kernel_drops_.Losses(socket->Drops());
     statistics.receive_buffer_bytes = socket->ReadBuffer();
   }
   statistics.calibration = calibration_;
