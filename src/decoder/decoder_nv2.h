@@ -59,8 +59,8 @@ class NV2Impl : public ModelImpl<PC, NV2Model> {
   IMUBlock last_imu_;
   bool started_ = false;
   uint8_t previous_line_ = 0;
-  float cos_azimuth_[kBlocks];  ///< NaN where out of limits
-  float sin_azimuth_[kBlocks];
+  alignas(kCacheLine) float cos_azimuth_[kBlocks];  ///< NaN where out of limits
+  alignas(kCacheLine) float sin_azimuth_[kBlocks];
   std::array<Elevation, 256> elevations_;
 };
 

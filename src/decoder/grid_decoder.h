@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <type_traits>
-#include <vector>
 
 #include "decoder/angles.h"
 #include "decoder/append_points.h"
@@ -128,7 +128,13 @@ class GridDecoder : public ModelImpl<PC, Model> {
   bool AppendPacket(const uint8_t* data, size_t start, const PointTimes& times);
 
   // Prepared for the first packet under a calibration: half a millisecond.
-  std::vector<float> directions_ = std::vector<float>(4 * kCodes);
+  struct alignas(kCacheLine) Directions {
+    float cos_azimuth[kCodes];
+    float sin_azimuth[kCodes];
+    float cos_elevation[kCodes];
+    float sin_elevation[kCodes];
+  };
+  const std::unique_ptr<Directions> directions_ = std::make_unique<Directions>();
   GridLoopInput input_{};
   bool prepared_ = false;
 
@@ -140,10 +146,7 @@ class GridDecoder : public ModelImpl<PC, Model> {
 template <typename PC, typename Model>
 void GridDecoder<PC, Model>::Prepare() {
   const TrigTable& trig = TrigTable::Get();
-  float* const cos_azimuth = directions_.data();
-  float* const sin_azimuth = cos_azimuth + kCodes;
-  float* const cos_elevation = sin_azimuth + kCodes;
-  float* const sin_elevation = cos_elevation + kCodes;
+  Directions& to = *directions_;
   for (size_t code = 0; code < kCodes; ++code) {
     const auto line = static_cast<uint8_t>(code >> 8);
     const auto column = static_cast<uint8_t>(code & 0xFF);
@@ -151,12 +154,12 @@ void GridDecoder<PC, Model>::Prepare() {
     GetAzimuthElevation(line, column, angles.azimuth, angles.elevation);
     const bool in_limits = AzimuthInLimits(this->owner_->Param(), angles.azimuth) &&
                            ElevationInLimits(this->owner_->Param(), angles.elevation);
-    cos_azimuth[code] = trig.Cos(angles.azimuth);
-    sin_azimuth[code] = trig.Sin(angles.azimuth);
-    cos_elevation[code] = in_limits ? trig.Cos(angles.elevation) : std::numeric_limits<float>::quiet_NaN();
-    sin_elevation[code] = trig.Sin(angles.elevation);
+    to.cos_azimuth[code] = trig.Cos(angles.azimuth);
+    to.sin_azimuth[code] = trig.Sin(angles.azimuth);
+    to.cos_elevation[code] = in_limits ? trig.Cos(angles.elevation) : std::numeric_limits<float>::quiet_NaN();
+    to.sin_elevation[code] = trig.Sin(angles.elevation);
   }
-  input_.directions = {cos_azimuth, sin_azimuth, cos_elevation, sin_elevation};
+  input_.directions = {to.cos_azimuth, to.sin_azimuth, to.cos_elevation, to.sin_elevation};
   std::memcpy(input_.distance.weight, check_param_.weight, sizeof(check_param_.weight));
   input_.distance.filter = NearFilterOf(check_param_);
   input_.placement = this->owner_->GetPlacement();

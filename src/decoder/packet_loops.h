@@ -10,6 +10,9 @@
 
 namespace tevoro::lidar {
 
+/// What the loops read and write by vectors begins at a multiple of this, so that none lies across two lines.
+inline constexpr size_t kCacheLine = 64;
+
 /// Sines and cosines by grid code, side by side for the loops.
 struct DirectionTable {
   const float* cos_azimuth;

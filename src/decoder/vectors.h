@@ -146,6 +146,32 @@ inline DoublePair Widen(const Value* from) {
   return {WidenHalf(from), WidenHalf(from + kHalf)};
 }
 
+/// Keeps the compiler from passing what was stored before to loads after it in registers.
+inline void ReadBack() {
+  asm volatile("" ::: "memory");
+}
+
+/// Every 16 bytes in another order: `order` gives for each byte where it comes from, or kZeroByte.
+inline constexpr uint8_t kZeroByte = 0x80;
+#if defined(__AVX2__) && ORVA_LANES == 8
+inline constexpr bool kShufflesBytes = true;
+inline Words ShuffleBytes(Words value, const uint8_t (&order)[16]) {
+  return reinterpret_cast<Words>(_mm256_shuffle_epi8(
+      reinterpret_cast<__m256i>(value),
+      _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(order)))));
+}
+#elif defined(__ARM_NEON) && defined(__aarch64__) && ORVA_LANES == 4
+inline constexpr bool kShufflesBytes = true;
+inline Words ShuffleBytes(Words value, const uint8_t (&order)[16]) {
+  return reinterpret_cast<Words>(vqtbl1q_u8(reinterpret_cast<uint8x16_t>(value), vld1q_u8(order)));
+}
+#else
+inline constexpr bool kShufflesBytes = false;
+inline Words ShuffleBytes(Words value, const uint8_t (&)[16]) {
+  return value;
+}
+#endif
+
 /// Is any bit set?
 #if defined(__AVX__) && ORVA_LANES == 8
 inline bool AnySet(Words value) {
@@ -241,7 +267,11 @@ inline void StoreQuads(Words value, const At& at) {
     Store(value, at(0));
   } else if constexpr (kLanes == 8) {
     Store(Quad(__builtin_shufflevector(value, value, 0, 1, 2, 3)), at(0));
+#if defined(__AVX2__)  // g++ 12 would shuffle the upper half down before it stores it
+    Store(_mm256_extracti128_si256(reinterpret_cast<__m256i>(value), 1), at(4));
+#else
     Store(Quad(__builtin_shufflevector(value, value, 4, 5, 6, 7)), at(4));
+#endif
   } else {
     for (size_t quad = 0; quad < kLanes / kQuad; ++quad)
       __builtin_memcpy(at(4 * quad), reinterpret_cast<const char*>(&value) + 16 * quad, 16);
