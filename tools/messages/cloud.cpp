@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
@@ -40,16 +41,28 @@ std::size_t WritePoints(const std::vector<PointTime>& points, double stamp, Inva
                         std::uint8_t* out) {
   const bool drop = invalid == InvalidPoints::kDrop;
   const float absent = invalid == InvalidPoints::kNan ? std::numeric_limits<float>::quiet_NaN() : 0.0F;
+  const std::uint64_t absent_z = std::bit_cast<std::uint32_t>(absent);
+  const std::uint64_t absent_xy = absent_z << 32 | absent_z;
   const std::uint8_t* const begin = out;
+  double timestamp = 0.0;  // many points in a row share one
+  float time = 0.0F;
   for (const PointTime& point : points) {
-    const bool valid = point.x != 0.0F || point.y != 0.0F || point.z != 0.0F;
+    std::uint64_t xy;
+    std::memcpy(&xy, &point, sizeof(xy));
+    std::uint64_t z = std::bit_cast<std::uint32_t>(point.z);
+    const bool valid = ((xy | z) & 0x7FFFFFFF7FFFFFFF) != 0;  // -0.0 is 0 too
     if (!valid && drop) {
       continue;
     }
-    const float xyz[3] = {valid ? point.x : absent, valid ? point.y : absent, valid ? point.z : absent};
+    if (point.timestamp != timestamp) {
+      timestamp = point.timestamp;
+      time = IsTime(timestamp) ? static_cast<float>(timestamp - stamp) : 0.0F;
+    }
+    xy = valid ? xy : absent_xy;
+    z = valid ? z : absent_z;
     const float intensity = point.intensity;
-    const float time = IsTime(point.timestamp) ? static_cast<float>(point.timestamp - stamp) : 0.0F;
-    std::memcpy(out, xyz, sizeof(xyz));
+    std::memcpy(out, &xy, sizeof(xy));
+    std::memcpy(out + sizeof(xy), &z, sizeof(float));
     std::memcpy(out + layout.intensity, &intensity, sizeof(intensity));
     std::memcpy(out + layout.ring, &point.label, sizeof(point.label));
     std::memcpy(out + layout.time, &time, sizeof(time));
