@@ -36,7 +36,7 @@ Trend LastHalf(const std::vector<Sample>& samples, const Quantity& quantity) {
   }
   trend.growth = slope * (samples.back().seconds - samples[begin].seconds);
   trend.noise = std::sqrt(squares / static_cast<double>(count - 2));
-  trend.flat = trend.growth <= std::max(quantity.floor, 8.0 * trend.noise);
+  trend.flat = trend.growth <= std::clamp(8.0 * trend.noise, quantity.floor, quantity.ceiling);
   return trend;
 }
 

@@ -27,16 +27,18 @@ struct Sample {
 struct Quantity {
   const char* name;
   double Sample::*value;
-  double floor;  ///< growth that means nothing, in the quantity's unit
+  double floor;    ///< growth that means nothing, in the quantity's unit
+  double ceiling;  ///< growth that no noise excuses
 };
 
 /// The grain of an allocator's pages, less than one descriptor or thread, and for CPU time what the
-/// neighbours of a shared machine do to it.
+/// neighbours of a shared machine do to it. No noise excuses more than the packets that the queue may hold, a
+/// descriptor, a thread, a core.
 inline constexpr Quantity kQuantities[] = {
-    {"resident MiB", &Sample::resident, 0.5},
-    {"descriptors", &Sample::descriptors, 0.5},
-    {"threads", &Sample::threads, 0.5},
-    {"CPU cores", &Sample::cpu, 0.25},
+    {"resident MiB", &Sample::resident, 0.5, 16.0},
+    {"descriptors", &Sample::descriptors, 0.5, 1.0},
+    {"threads", &Sample::threads, 0.5, 1.0},
+    {"CPU cores", &Sample::cpu, 0.25, 1.0},
 };
 
 struct Trend {
@@ -47,8 +49,8 @@ struct Trend {
 };
 
 /// Least squares over the last half. Flat: the line grows by no more than the floor, or by no more than eight
-/// times the noise about it. A single step, such as the queue's when packets had to wait, comes to six times
-/// at most; what leaks steadily to hundreds.
+/// times the noise about it, and never by more than the ceiling. A single step, such as the queue's when
+/// packets had to wait, comes to six times at most; what leaks steadily to hundreds.
 Trend LastHalf(const std::vector<Sample>& samples, const Quantity& quantity);
 
 void WriteCsv(const std::vector<Sample>& samples, const std::string& path);

@@ -161,10 +161,10 @@ void Capture(const uint8_t* data, size_t size) {
   int result = 0;
   while ((result = Receive(input, record, true)) != -1) {
     if (result > 0) packets.emplace_back(result, record.received);
-    if (result > 0 && records.size() < 64) records.push_back(record);
+    if (result > 0 && records.size() < 16) records.push_back(record);
   }
   ORVA_EXPECT(packets == Filtered(data, size, param.msop_port));
-  // Every record is found again where it stood, from last to first and then every third.
+  // The first records are found again where they stood, from last to first and then every third.
   std::reverse(records.begin(), records.end());
   for (size_t i = 0; i < 2 * records.size(); ++i) {
     const Record& known = records[i < records.size() ? i : (i * 3) % records.size()];

@@ -188,7 +188,7 @@ TEST_F(StatisticsTest, TheKernelsDropsAndADownloadAreSeen) {
 
   // Nobody reads any more: what overflows now is no loss, nor is it one after a further start.
   player_.driver.Stop();
-  const auto [lost, received] = std::pair(Read().kernel_dropped, Read().received);
+  const uint64_t lost = Read().kernel_dropped, received = Read().received;
   overflow();
   EXPECT_EQ(Read().kernel_dropped, lost);
   ASSERT_TRUE(player_.driver.Start());
