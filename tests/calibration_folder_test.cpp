@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <clocale>
 #include <cmath>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <fstream>
 
 #include "param/calibration_folder.h"
+#include "param/filter_algorithm.h"
 #include "param/param_service.h"
 #include "support/console_capture.h"
 #include "support/temp_folder.h"
@@ -163,6 +165,13 @@ TEST(CalibrationText, NumbersAndSteps) {
           << i;
     }
   }
+}
+
+TEST(CalibrationText, WhatWorkOnCalibrationsUses) {
+  EXPECT_EQ(tevoro::lidar::SplitString("a,,b,", ','), (std::vector<std::string>{"a", "", "b"}));
+  EXPECT_EQ(tevoro::lidar::CalculateVariance({1.0F, 2.0F, 3.0F, 6.0F}), 3.5F);
+  const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
+  EXPECT_NEAR(tevoro::lidar::GetSystemTime(), now.count(), 60.0);
 }
 
 TEST(CalibrationText, DecimalPointInEveryLocale) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The decoders against values worked out by hand, which would also show an error of the transcription.
+#include "decoder/decoder_ts6.h"
 #include "support/calibrations.h"
 #include "support/decoder_rig.h"
 #include "support/process_hooks.h"
@@ -112,6 +113,18 @@ TEST(TS6Rules, TimesOfFramesAndPoints) {
 }
 
 /// Backwards, impossible dates, beyond 2106: frames end as ever, and their times are numbers.
+TEST(TS6Rules, PrintsElevationsSixteenToALine) {
+  auto check = std::make_unique<CheckParam>();
+  check->elevation[17] = 1.5F;
+  tevoro::lidar::TS6Impl<PointCloud<Point>> impl(nullptr);
+  impl.UpdateCheckParam(check.get());
+  const ConsoleCapture console;
+  impl.Print();
+  std::fflush(stdout);
+  EXPECT_EQ(Occurrences(console.Text(), "\n"), (CALIB_TABLE_ENTRIES - 1) / 16);
+  EXPECT_EQ(console.Text().find("\n1.5 0 "), 2U * 17) << "the first line holds one more";
+}
+
 TEST(NV2Rules, AWrongClockCostsNoFrame) {
   TimeRig rig(NV2, OpenLimits());
   const unsigned years[] = {2106, 1970, 65535, 0, 2026};
@@ -194,6 +207,42 @@ TEST(DecoderBase, RefusesAndReports) {
 }
 
 /// Else the runs of this suite that ask for the narrow path would quietly test the wide one again.
+// Nothing in the library calls these: whole packets have loops of their own.
+TEST(DecoderBase, RulesOfOnePointAgreeWithThePackets) {
+  DecoderParam param = OpenLimits();
+  Random random(5);
+  const auto check = PlausibleCalibration(random);
+  SourceRig plain(TS4B, param);
+  param.use_transform = true;
+  param.yaw = 30.0F;
+  param.pitch = -4.0F;
+  param.z_offset = 1.5F;
+  SourceRig mounted(TS4B, param);
+  const Packet packet = PlausiblePacket(random, TS4B);
+  for (SourceRig* rig : {&plain, &mounted}) {
+    rig->Calibrate(*check);
+    rig->Feed(packet);
+  }
+  for (size_t k = 0; k < packet.layout().blocks; ++k) {
+    PointSource point = plain.decoder->point_cloud_->points[k];
+    const PointSource& wanted = mounted.decoder->point_cloud_->points[k];
+    if (wanted.x == 0.0F && wanted.y == 0.0F && wanted.z == 0.0F) continue;
+    plain.decoder->TransformPoint(point.x, point.y, point.z);
+    EXPECT_NE(point.x, wanted.x);  // not mounted: nothing happens
+    mounted.decoder->TransformPoint(point.x, point.y, point.z);
+    EXPECT_TRUE(point.x == wanted.x && point.y == wanted.y && point.z == wanted.z) << k;
+  }
+  param.min_distance = param.min_azimuth = param.min_elevation = -1.0F;
+  param.max_distance = param.max_azimuth = param.max_elevation = 2.0F;
+  const SourceRig narrow(TS6, param);
+  for (const float value : {-1.0F, 2.0F, -1.1F, 2.1F, NAN}) {
+    const bool inside = value == -1.0F || value == 2.0F;
+    EXPECT_EQ(narrow.decoder->IsDistanceRange(value), inside) << value;
+    EXPECT_EQ(narrow.decoder->IsAngleRange(value, 0.0F), inside) << value;
+    EXPECT_EQ(narrow.decoder->IsAngleRange(0.0F, value), inside) << value;
+  }
+}
+
 TEST(PacketLoops, TheEnvironmentCanAskForTheNarrowOnes) {
   const char* const asked = std::getenv("ORVA_ISA");
   const std::string chosen = tevoro::lidar::ChoosePacketLoops().instruction_set;

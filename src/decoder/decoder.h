@@ -30,7 +30,7 @@ struct DecoderConstParam {
 };
 
 /// The record of a model: what differs is an argument, the rest is common to the family.
-constexpr DecoderConstParam ModelConstants(uint16_t length, uint16_t lines, uint16_t blocks) {
+consteval DecoderConstParam ModelConstants(uint16_t length, uint16_t lines, uint16_t blocks) {
   return {.MSOP_LEN = length,
           .MSOP_ID_LEN = 8,
           .MSOP_ID = {0xEE, 0xFF, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},

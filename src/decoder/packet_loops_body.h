@@ -444,7 +444,7 @@ void DecodeLine(const LineLoopInput& input, const PointOutput& output) {
   packet.Place(input, output);
 }
 
-constexpr PacketLoops LoopsNamed(const char* instruction_set) {
+consteval PacketLoops LoopsNamed(const char* instruction_set) {
   return {instruction_set, DecodeGrid<TS4BModel>, DecodeGrid<TS6Model>, DecodeLine};
 }
 
