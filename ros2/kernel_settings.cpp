@@ -14,10 +14,10 @@ struct Setting {
 };
 
 constexpr Setting kSettings[] = {
-    // A frame is some 400 KB that arrives in one burst.
+    // A frame is some 540 KB that arrives in one burst.
     {"net.core.rmem_max", "/proc/sys/net/core/rmem_max", 4'194'304,
      "receive buffers hold too little of a cloud"},
-    // DDS datagrams are larger than a network packet, so the kernel puts them together again.
+    // Messages that are set larger than a network packet are put together again by the kernel.
     {"net.ipv4.ipfrag_high_thresh", "/proc/sys/net/ipv4/ipfrag_high_thresh", 4'194'304,
      "fragments of clouds are thrown away before they are whole"},
 };
