@@ -91,9 +91,7 @@ bool InputPcap::Init() {
     return false;
   is_pcapng_ = pcap_major_version(handle_.get()) == kPcapngMajorVersion;
   marks_.clear();
-  noted_ = 0;
-  swapped_ = false;
-  known_ = ftello(pcap_file(handle_.get()));
+  known_ = noted_ = ftello(pcap_file(handle_.get()));
   return true;
 }
 
@@ -118,7 +116,7 @@ bool InputPcap::KnowsInterfaces(long position) {
 bool InputPcap::ReadUpTo(long position) {
   const auto section = std::find_if(marks_.rbegin(), marks_.rend(),
                                     [=](const Mark& m) { return m.section && m.position < position; });
-  if (section == marks_.rend() || section->position == 0) {
+  if (section == marks_.rend()) {
     if (!Rewind()) return false;
   } else {
     fseeko(pcap_file(handle_.get()), section->position, SEEK_SET);
@@ -143,19 +141,19 @@ int InputPcap::ReadNoted(pcap_pkthdr** header, const u_char** data) {
 void InputPcap::NoteMarks(long end) {
   constexpr uint32_t kSection = 0x0A0D0D0A;  // the same in either byte order
   constexpr uint32_t kInterface = 1;
-  constexpr uint32_t kOwnOrder = 0x1A2B3C4D;
+  constexpr uint32_t kSmallestBlock = 12;
   if (noted_ >= end) return;
   std::FILE* file = pcap_file(handle_.get());
   const Place place(file);
-  uint32_t block[3];  // type, length, of a section the byte order
+  const bool swapped = pcap_is_swapped(handle_.get()) != 0;  // one order in the whole file, or libpcap stops
+  uint32_t block[2];                                         // type, length
   while (noted_ < end) {
     fseeko(file, noted_, SEEK_SET);
     if (std::fread(block, sizeof(block), 1, file) != 1) break;
-    if (block[0] == kSection) swapped_ = block[2] != kOwnOrder;
-    const uint32_t type = swapped_ ? __builtin_bswap32(block[0]) : block[0];
-    const uint32_t length = swapped_ ? __builtin_bswap32(block[1]) : block[1];
+    const uint32_t type = swapped ? __builtin_bswap32(block[0]) : block[0];
+    const uint32_t length = swapped ? __builtin_bswap32(block[1]) : block[1];
     if (block[0] == kSection || type == kInterface) marks_.push_back({noted_, block[0] == kSection});
-    if (length < sizeof(block)) break;
+    if (length < kSmallestBlock) break;
     noted_ += long{length};
   }
 }

@@ -55,7 +55,8 @@ class InputPcap : public Input {
   bool KnowsInterfaces(long position);
   bool ReadUpTo(long position);
   int ReadNoted(pcap_pkthdr** header, const u_char** data);
-  /// Notes the sections and interfaces that begin before `end`.
+  /// Notes the sections and interfaces that begin before `end`, from the end of the first interface on: up to
+  /// there libpcap reads when it opens the file, and passes over sections that it would refuse later.
   void NoteMarks(long end);
   /// Opens the file once more, as it is: how libpcap opens one, no seek repeats.
   bool Rewind();
@@ -69,10 +70,9 @@ class InputPcap : public Input {
   std::unique_ptr<pcap_t, CloseCapture> handle_;
   int link_type_ = 0;
   bool is_pcapng_ = false;
-  std::vector<Mark> marks_;  ///< pcapng: of all blocks before `noted_`
+  std::vector<Mark> marks_;  ///< pcapng: of the blocks before `noted_`
   long noted_ = 0;
-  bool swapped_ = false;  ///< byte order at `noted_`
-  long known_ = 0;        ///< libpcap knows the interfaces of the section here that are described before
+  long known_ = 0;  ///< libpcap knows the interfaces of the section here that are described before
   std::string filter_text_;
   Filter filter_;
 };
