@@ -6,11 +6,13 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kernel_settings.h"
 #include "options.h"
 #include "recording.h"
+#include "report_topics.h"
 #include "sensor.h"
 #include "shared/interrupt.h"
 
@@ -28,6 +30,9 @@ double Seconds(Clock::duration duration) {
 }
 
 void PublishSensors(const Options& options, const orva::ros2::Participant& participant) {
+  std::vector<orva::ros2::Mounting> mountings;
+  for (const orva::ros2::SensorSetup& setup : options.sensors) mountings.push_back(setup.mounting);
+  orva::ros2::ReportTopics reports(participant, mountings);
   std::vector<std::unique_ptr<orva::ros2::Sensor>> sensors;
   for (const orva::ros2::SensorSetup& setup : options.sensors)
     sensors.push_back(std::make_unique<orva::ros2::Sensor>(setup, participant, options.delivery));
@@ -37,7 +42,9 @@ void PublishSensors(const Options& options, const orva::ros2::Participant& parti
          (options.duration == 0 || Seconds(Clock::now() - start) < options.duration)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     if (const auto now = Clock::now(); now - reported >= std::chrono::seconds(1)) {
-      for (const auto& sensor : sensors) sensor->ReportDiagnostics(Seconds(now - reported));
+      std::vector<orva::messages::DiagnosticStatus> status;
+      for (const auto& sensor : sensors) status.push_back(sensor->Diagnose(Seconds(now - reported)));
+      reports.Publish(std::move(status));
       reported = now;
     }
   }

@@ -67,22 +67,39 @@ std::string NamespaceOf(std::string name) {
   return "/" + name;
 }
 
-/// Takes the mounting out of the driver's parameters: in ROS the points stay in the sensor's frame.
-Mounting TakeMounting(DecoderParam& param, const std::string& parent) {
-  if (!std::exchange(param.use_transform, false)) return {};
-  return {parent, param.x_offset, param.y_offset, param.z_offset, param.roll, param.pitch, param.yaw};
+/// Two sensors in one namespace would mix their clouds, and a frame has one place alone.
+void CheckApart(const std::vector<SensorSetup>& sensors) {
+  for (const SensorSetup& one : sensors) {
+    for (const SensorSetup& other : sensors) {
+      if (&one == &other) continue;
+      const std::string both = "the sensors '" + one.name + "' and '" + other.name + "' ";
+      if (one.space == other.space)
+        throw std::invalid_argument(both + "would share the namespace " + one.space);
+      if (!one.mounting.parent.empty() && !other.mounting.parent.empty() &&
+          one.mounting.frame == other.mounting.frame)
+        throw std::invalid_argument(both + "have mountings, but one frame_id, '" + one.mounting.frame + "'");
+    }
+  }
 }
 
-SensorSetup SetupOf(const CommandLine& line, DriverParam param, std::string name) {
+/// Takes the mounting out of the driver's parameters: in ROS the points stay in the sensor's frame.
+Mounting TakeMounting(DecoderParam& param, const std::string& parent, const std::string& frame) {
+  if (!std::exchange(param.use_transform, false)) return {};
+  return {parent, frame, param.x_offset, param.y_offset, param.z_offset, param.roll, param.pitch, param.yaw};
+}
+
+SensorSetup SetupOf(const CommandLine& line, DriverParam param, std::string name, const std::string& frame) {
+  if (frame.empty() || line.base_frame.empty())
+    throw std::invalid_argument("a frame has no name: see frame_id and --base-frame");
   SensorSetup setup;
   setup.name = std::move(name);
   setup.space = CheckedNamespace(line.space);
-  setup.mounting = TakeMounting(param.decoder_param, line.base_frame);
+  setup.mounting = TakeMounting(param.decoder_param, line.base_frame, frame);
   setup.param = std::move(param);
   setup.uncalibrated = line.uncalibrated;
   setup.cloud.layout = line.layout;
   setup.cloud.invalid = line.invalid;
-  setup.cloud.frame_id = line.frame_id;
+  setup.cloud.frame_id = frame;
   return setup;
 }
 
@@ -121,7 +138,7 @@ void AddOptions(CLI::App& app, CommandLine& line, Options& options) {
       ->type_name("N")
       ->needs(replay);
   app.add_option("--duration", options.duration, "End after so many seconds")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(0.001, 1e8))
       ->type_name("S");
   AddDecoderOptions(app, line.param.decoder_param);
 
@@ -162,12 +179,12 @@ bool ReadOptions(int argc, const char* const* argv, Options& options) {
 
   if (!line.config.empty()) {
     for (config::Sensor& sensor : config::ReadSensors(line.config)) {
-      SensorSetup setup = SetupOf(line, sensor.param, sensor.name);
+      SensorSetup setup = SetupOf(line, sensor.param, sensor.name, sensor.frame_id);
       setup.space += NamespaceOf(sensor.name);
       setup.uncalibrated = line.uncalibrated || sensor.uncalibrated;
-      setup.cloud.frame_id = sensor.frame_id;
       options.sensors.push_back(std::move(setup));
     }
+    CheckApart(options.sensors);
     return true;
   }
   DriverParam& param = line.param;
@@ -183,7 +200,7 @@ bool ReadOptions(int argc, const char* const* argv, Options& options) {
   const std::string name = std::string(TraitsOf(param.lidar_type).name) + " " +
                            (options.is_recording ? param.input_param.pcap_path
                                                  : "port " + std::to_string(param.input_param.msop_port));
-  options.sensors.push_back(SetupOf(line, param, name));
+  options.sensors.push_back(SetupOf(line, param, name, line.frame_id));
   return true;
 }
 

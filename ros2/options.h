@@ -6,6 +6,7 @@
 
 #include "orva_driver.h"
 #include "participant.h"
+#include "report_topics.h"
 #include "sensor_topics.h"
 
 namespace orva::ros2 {
@@ -15,7 +16,7 @@ struct SensorSetup {
   std::string name;   ///< "TS4B 127.0.0.1:6699"; of a configuration file the section's
   std::string space;  ///< namespace of its topics: "" or as "/front"
   DriverParam param;  ///< without mounting: that goes out as a transform
-  Mounting mounting;  ///< of no effect without a parent
+  Mounting mounting;
   bool uncalibrated = false;
   messages::CloudOptions cloud;
 };

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recording.h"
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
 #include <numeric>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "deliveries.h"
+#include "report_topics.h"
 #include "sensor_topics.h"
 #include "sessions/pacing.h"
 #include "sessions/replay_session.h"
@@ -36,7 +40,7 @@ void WaitUntil(int64_t due, int64_t end) {
 std::string PublishRecording(const Options& options, const Participant& participant) {
   const SensorSetup& setup = options.sensors.front();
   SensorTopics topics(participant, setup.space, options.delivery, setup.cloud);
-  if (!setup.mounting.parent.empty()) topics.Publish(setup.mounting);
+  ReportTopics reports(participant, {setup.mounting});
 
   constexpr int64_t kSecond = 1'000'000'000;
   const int64_t end = options.duration > 0 ? Nanoseconds() + static_cast<int64_t>(options.duration * 1e9)
@@ -49,8 +53,8 @@ std::string PublishRecording(const Options& options, const Participant& particip
   if (options.readers > 0) std::this_thread::sleep_for(std::chrono::milliseconds(500));
   Pace pace(options.rate);
   DriverStatistics reported;
+  Deliveries deliveries, reported_deliveries;
   int64_t last_report = Nanoseconds();
-  uint64_t published = 0, not_taken = 0;
   do {
     ReplaySession session(setup.param);
     session.StartIndex();
@@ -69,22 +73,22 @@ std::string PublishRecording(const Options& options, const Participant& particip
       };
       for (const auto& [sample, received] : origin.imu) {
         wait_for(received);
-        topics.Publish(sample, received);
+        if (!topics.Publish(sample, received)) ++deliveries.samples_lost;
       }
       wait_for(origin.last_packet);
-      if (!cloud.points.empty()) ++(topics.Publish(cloud, origin.first_packet) ? published : not_taken);
+      if (!cloud.points.empty())
+        ++(topics.Publish(cloud, origin.first_packet) ? deliveries.published : deliveries.not_taken);
       if (const int64_t now = Nanoseconds(); now - last_report >= kSecond) {
         const double seconds = static_cast<double>(now - std::exchange(last_report, now)) * 1e-9;
-        topics.Publish(origin.statistics, std::exchange(reported, origin.statistics), seconds,
-                       {"orva: " + setup.name, TraitsOf(setup.param.lidar_type).name});
+        reports.Publish({Diagnose(origin.statistics, std::exchange(reported, origin.statistics), deliveries,
+                                  std::exchange(reported_deliveries, deliveries), seconds,
+                                  {"orva: " + setup.name, TraitsOf(setup.param.lidar_type).name})});
       }
     });
     pace.Restart();
   } while (options.loop && !over());
   topics.WaitForReaders(std::chrono::seconds(2));
-  return setup.name + ": " + std::to_string(published) + " frames published" +
-         (not_taken == 0 ? ""
-                         : ", " + std::to_string(not_taken) + " not sent: a reliable reader did not keep up");
+  return deliveries.Summary(setup.name);
 }
 
 }  // namespace orva::ros2

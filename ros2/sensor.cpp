@@ -19,9 +19,7 @@ constexpr std::size_t kWaitingSamples = 512;
 }  // namespace
 
 Sensor::Sensor(const SensorSetup& setup, const Participant& participant, Delivery delivery)
-    : setup_(setup),
-      topics_(participant, setup.space, delivery, setup.cloud),
-      reports_(participant, setup.space, delivery, setup.cloud) {
+    : setup_(setup), topics_(participant, setup.space, delivery, setup.cloud) {
   driver_.RegisterPointCloudCallBack([this](std::shared_ptr<Cloud> cloud) { TakeCloud(std::move(cloud)); },
                                      [] { return std::make_shared<Cloud>(); });
   driver_.RegisterImuCallBack([this](std::shared_ptr<ImuMsg> reading) { TakeImu(std::move(reading)); },
@@ -31,23 +29,9 @@ Sensor::Sensor(const SensorSetup& setup, const Participant& participant, Deliver
     throw std::runtime_error(setup_.name +
                              ": the driver cannot listen. Is the port in use, is the address this "
                              "machine's? 'orva live' tells more.");
-  if (!setup_.mounting.parent.empty()) reports_.Publish(setup_.mounting);
-  publisher_ = std::thread([this] { PublishLoop(); });
+  publisher_ = std::jthread([this](const std::stop_token& stop) { PublishLoop(stop); });
   pthread_setname_np(publisher_.native_handle(), "orva-publish");
-  if (!driver_.Start()) {
-    driver_.Stop();
-    throw std::runtime_error(setup_.name + ": the system refuses a thread");
-  }
-}
-
-Sensor::~Sensor() {
-  driver_.Stop();
-  {
-    const std::lock_guard lock(mutex_);
-    closing_ = true;
-  }
-  changed_.notify_all();
-  if (publisher_.joinable()) publisher_.join();
+  if (!driver_.Start()) throw std::runtime_error(setup_.name + ": the system refuses a thread");
 }
 
 void Sensor::TakePacket(double received) {
@@ -68,12 +52,12 @@ void Sensor::TakeCloud(std::shared_ptr<Cloud> cloud) {
   {
     const std::lock_guard lock(mutex_);
     if (!shown) {
-      ++held_back_;
+      ++deliveries_.held_back;
       return;
     }
     if (frames_.size() == kWaitingFrames) {
       frames_.pop_front();
-      ++dropped_;
+      ++deliveries_.dropped;
     }
     frames_.push_back({std::move(cloud), first_packet});
   }
@@ -85,18 +69,17 @@ void Sensor::TakeImu(std::shared_ptr<ImuMsg> reading) {
     const std::lock_guard lock(mutex_);
     if (samples_.size() == kWaitingSamples) {
       samples_.pop_front();
-      ++samples_lost_;
+      ++deliveries_.samples_lost;
     }
     samples_.push_back({std::move(reading), last_packet_});
   }
   changed_.notify_all();
 }
 
-void Sensor::PublishLoop() {
+void Sensor::PublishLoop(const std::stop_token& stop) {
   std::unique_lock lock(mutex_);
-  while (true) {
-    changed_.wait(lock, [this] { return closing_ || !frames_.empty() || !samples_.empty(); });
-    if (closing_) return;
+  while (changed_.wait(lock, stop, [this] { return !frames_.empty() || !samples_.empty(); }) &&
+         !stop.stop_requested()) {
     const std::deque<Sample> samples = std::exchange(samples_, {});
     Frame frame{};
     if (!frames_.empty()) {
@@ -110,29 +93,27 @@ void Sensor::PublishLoop() {
     }
     const bool published = frame.cloud && topics_.Publish(*frame.cloud, frame.first_packet);
     lock.lock();
-    samples_lost_ += samples_lost;
-    if (frame.cloud) ++(published ? published_ : not_taken_);
+    deliveries_.samples_lost += samples_lost;
+    if (frame.cloud) ++(published ? deliveries_.published : deliveries_.not_taken);
   }
 }
 
-void Sensor::ReportDiagnostics(double seconds) {
-  DriverStatistics now;
-  if (!driver_.GetStatistics(now)) return;
+Deliveries Sensor::Delivered() {
+  const std::lock_guard lock(mutex_);
+  return deliveries_;
+}
+
+messages::DiagnosticStatus Sensor::Diagnose(double seconds) {
+  DriverStatistics now = reported_;
+  driver_.GetStatistics(now);
+  const Deliveries deliveries = Delivered();
   const messages::DiagnosticSource source = {"orva: " + setup_.name, TraitsOf(setup_.param.lidar_type).name};
-  reports_.Publish(now, std::exchange(reported_, now), seconds, source);
+  return ros2::Diagnose(now, std::exchange(reported_, now), deliveries,
+                        std::exchange(reported_deliveries_, deliveries), seconds, source);
 }
 
 std::string Sensor::Summary() {
-  const std::lock_guard lock(mutex_);
-  std::string text = setup_.name + ": " + std::to_string(published_) + " frames published";
-  const auto add = [&text](uint64_t count, const char* what) {
-    if (count > 0) text += ", " + std::to_string(count) + what;
-  };
-  add(dropped_, " dropped: publishing takes longer than a frame");
-  add(not_taken_, " not sent: a reliable reader did not keep up");
-  add(held_back_, " held back until the calibration was in use");
-  add(samples_lost_, " IMU samples lost");
-  return text;
+  return Delivered().Summary(setup_.name);
 }
 
 }  // namespace orva::ros2

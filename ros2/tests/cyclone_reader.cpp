@@ -31,7 +31,10 @@ int main(int argc, char** argv) {
                  cloud.point_step_, cloud.data_._buffer, cloud.data_._length);
     });
     test::TakeAll<sensor_msgs_msg_dds__Imu_>(imu, [&](const auto& sample) {
+      const auto& rate = sample.angular_velocity_;
+      const auto& force = sample.linear_acceleration_;
       judge.TakeImu(sample.header_.stamp_.sec_, sample.header_.stamp_.nanosec_,
+                    {rate.x_, rate.y_, rate.z_, force.x_, force.y_, force.z_},
                     sample.orientation_covariance_[0]);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -3,6 +3,8 @@
 // What the topics of a recording must carry: what the driver delivers of it through its public interface.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -16,6 +18,7 @@
 #include <vector>
 
 #include "orva_driver.h"
+#include "support/reference_decoder.h"
 
 namespace orva::ros2::test {
 
@@ -27,17 +30,33 @@ struct Delivered {
     double stamp;  ///< the sensor's time, else the capture time of its first packet
   };
   std::vector<Frame> frames;
-  std::set<double> imu;  ///< times that a sample may bear: the capture times of the packets
+  struct Sample {
+    double stamp;
+    std::array<double, 6> values;  ///< turn rates x, y, z; accelerations x, y, z
+  };
+  std::vector<Sample> imu;
 };
 
 /// All that a recording holds, in order.
 inline Delivered Deliver(LidarType model, const std::string& path, const std::string& calibration) {
   Delivered delivered;
   OrvaDriver<Cloud> driver;
-  double first_packet = 0.0;
-  driver.RegisterPacketCallBack([&](const uint8_t*, size_t, double captured) {
+  // The driver delivers IMU samples live only; those of a recording are worked out as its documents say.
+  const auto reference = orva::test::MakeReference<Cloud>(model, DecoderParam());
+  ImuMsg sample;
+  double first_packet = 0.0, last_packet = 0.0;
+  reference->imu = &sample;
+  reference->on_imu = [&] {
+    delivered.imu.push_back(
+        {sample.timestamp > 0 ? sample.timestamp : last_packet,
+         {sample.angular_velocity_x, sample.angular_velocity_y, sample.angular_velocity_z,
+          sample.linear_acceleration_x, sample.linear_acceleration_y, sample.linear_acceleration_z}});
+  };
+  reference->on_frame = [](double) {};
+  driver.RegisterPacketCallBack([&](const uint8_t* packet, size_t, double captured) {
     if (first_packet == 0.0) first_packet = captured;
-    delivered.imu.insert(captured);
+    last_packet = captured;
+    if (model == TS6 || model == NV2) reference->Decode(packet, 0);
   });
   driver.RegisterPointCloudCallBack(
       [&](std::shared_ptr<Cloud> cloud) {
@@ -89,10 +108,12 @@ class Judge {
     };
     if (point_step != 22 || bytes != size_t{points} * 22) return fail("another layout");
     uint64_t hash = kSeed;
+    std::vector<float> times(points);
     for (uint32_t i = 0; i < points; ++i) {
       float xyz[3];
       float intensity;
       uint16_t ring;
+      std::memcpy(&times[i], data + 22 * i + 18, 4);
       std::memcpy(xyz, data + 22 * i, 12);
       std::memcpy(&intensity, data + 22 * i + 12, 4);
       std::memcpy(&ring, data + 22 * i + 16, 2);
@@ -101,18 +122,26 @@ class Judge {
     }
     if (!expected_.contains(hash)) return fail("its points are of no frame of the driver");
     missing_.erase(expected_[hash]);
-    if (std::abs(sec + nanosec * 1e-9 - delivered_.frames[expected_[hash]].stamp) > kRounding)
-      return fail(
-          ("its stamp is not the frame's, " + std::to_string(delivered_.frames[expected_[hash]].stamp))
-              .c_str());
+    const auto& [cloud, stamp] = delivered_.frames[expected_[hash]];
+    if (std::abs(sec + nanosec * 1e-9 - stamp) > kRounding)
+      return fail(("its stamp is not the frame's, " + std::to_string(stamp)).c_str());
+    for (uint32_t i = 0; i < points; ++i) {
+      const double measured = cloud->points[i].timestamp;
+      if (std::abs(times[i] - (measured > 0 ? measured - stamp : 0.0)) > kRounding)
+        return fail("the time of a point is not the driver's");
+    }
     if (!stamps_.insert(sec * int64_t{1'000'000'000} + nanosec).second) return fail("comes a second time");
   }
-  void TakeImu(int32_t sec, uint32_t nanosec, double orientation_covariance) {
+  void TakeImu(int32_t sec, uint32_t nanosec, const std::array<double, 6>& values,
+               double orientation_covariance) {
     const double stamp = sec + nanosec * 1e-9;
-    const auto next = delivered_.imu.lower_bound(stamp - kRounding);
-    if (orientation_covariance != -1.0 || next == delivered_.imu.end() || *next > stamp + kRounding) {
+    const bool known =
+        std::any_of(delivered_.imu.begin(), delivered_.imu.end(), [&](const Delivered::Sample& sample) {
+          return std::abs(sample.stamp - stamp) <= kRounding && sample.values == values;
+        });
+    if (orientation_covariance != -1.0 || !known) {
       ++wrong_;
-      std::printf("IMU sample %d.%09u: of no packet's time, or with an orientation\n", sec, nanosec);
+      std::printf("IMU sample %d.%09u: none of the sensor's, or with an orientation\n", sec, nanosec);
     }
     imu_.insert(sec * int64_t{1'000'000'000} + nanosec);
   }

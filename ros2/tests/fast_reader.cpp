@@ -83,7 +83,10 @@ int main(int argc, char** argv) {
                  taken.data_().size());
     });
     TakeAll(*imu, sample, [&](const auto& taken) {
+      const auto& rate = taken.angular_velocity_();
+      const auto& force = taken.linear_acceleration_();
       judge.TakeImu(taken.header_().stamp_().sec_(), taken.header_().stamp_().nanosec_(),
+                    {rate.x_(), rate.y_(), rate.z_(), force.x_(), force.y_(), force.z_()},
                     taken.orientation_covariance_()[0]);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -5,9 +5,12 @@
 // Usage: topic_reader SECONDS [NAMESPACE]
 #include <ros2_types.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <set>
 #include <string>
 #include <thread>
@@ -60,12 +63,16 @@ int main(int argc, char** argv) {
   MakeReader(participant, sensor_msgs_msg_dds__Imu__desc, space + "/imu/data_raw", Quality::kReliable);
   const dds_entity_t points =
       MakeReader(participant, sensor_msgs_msg_dds__PointCloud2__desc, space + "/points", Quality::kReliable);
-  std::set<std::string> lines;
+  std::map<std::array<uint8_t, 16>, std::string> announced;
+  std::multiset<std::string> lines;
   int clouds = 0;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(std::atoi(argv[1]));
   while (std::chrono::steady_clock::now() < end) {
-    TakeAll<dds_builtintopic_endpoint_t>(writers,
-                                         [&](const auto& writer) { lines.insert(Describe(writer)); });
+    TakeAll<dds_builtintopic_endpoint_t>(writers, [&](const auto& writer) {
+      std::array<uint8_t, 16> key;
+      std::copy(writer.key.v, writer.key.v + 16, key.begin());
+      announced[key] = Describe(writer);
+    });
     TakeAll<tf2_msgs_msg_dds__TFMessage_>(mountings, [&](const auto& message) {
       for (uint32_t i = 0; i < message.transforms_._length; ++i) {
         const auto& found = message.transforms_._buffer[i];
@@ -75,19 +82,21 @@ int main(int argc, char** argv) {
         std::snprintf(text, sizeof text, "transform %s to %s: %.3f %.3f %.3f, %.4f %.4f %.4f %.4f",
                       found.header_.frame_id_, found.child_frame_id_, t.x_, t.y_, t.z_, q.x_, q.y_, q.z_,
                       q.w_);
-        lines.insert(text);
+        if (!lines.contains(text)) lines.insert(text);
       }
     });
     TakeAll<diagnostic_msgs_msg_dds__DiagnosticArray_>(reports, [&](const auto& message) {
       for (uint32_t i = 0; i < message.status_._length; ++i) {
         const auto& status = message.status_._buffer[i];
-        lines.insert(std::string("status of ") + status.name_ + ", " + status.hardware_id_ + ": " +
-                     std::to_string(status.values_._length) + " values");
+        const std::string line = std::string("status of ") + status.name_ + ", " + status.hardware_id_ +
+                                 ": " + std::to_string(status.values_._length) + " values";
+        if (!lines.contains(line)) lines.insert(line);
       }
     });
     TakeAll<sensor_msgs_msg_dds__PointCloud2_>(points, [&](const auto&) { ++clouds; });
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
+  for (const auto& [key, line] : announced) lines.insert(line);
   for (const std::string& line : lines) std::puts(line.c_str());
   std::printf("%d clouds\n", clouds);
 }
