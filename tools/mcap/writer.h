@@ -12,67 +12,20 @@
 //
 // A chunk reaches the sink as soon as it is complete: what was written before the power went, or the disk was
 // full, can be read without the summary that Close writes.
-#ifndef ORVA_TOOLS_MCAP_WRITER_H_
-#define ORVA_TOOLS_MCAP_WRITER_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
-#include <string_view>
-#include <vector>
+
+#include "mcap/compressor.h"
+#include "mcap/sink.h"
 
 namespace orva::mcap {
 
-using Bytes = std::span<const std::uint8_t>;
 using Map = std::map<std::string, std::string>;
-
-/// How a call went. The first failure stays: all later calls give it again and write nothing.
-struct Status {
-  std::string text;  ///< what went wrong, in words; empty: nothing did
-  bool ok() const { return text.empty(); }
-};
-
-/// Where a file goes. One call at a time, from any of the writer's threads.
-class Sink {
- public:
-  virtual ~Sink() = default;
-  virtual Status Write(Bytes bytes) = 0;   ///< appends all of them
-  virtual Status End() = 0;                ///< nothing follows
-  virtual std::uint64_t size() const = 0;  ///< bytes appended so far
-};
-
-/// A file, created or emptied. That it cannot be opened is told by the first Write.
-class FileSink : public Sink {
- public:
-  explicit FileSink(const std::string& path);
-  ~FileSink() override;
-  FileSink(const FileSink&) = delete;
-  FileSink& operator=(const FileSink&) = delete;
-  Status Write(Bytes bytes) override;
-  Status End() override;
-  std::uint64_t size() const override { return size_; }
-
- private:
-  int file_;
-  int open_error_ = 0;
-  std::uint64_t size_ = 0;
-};
-
-class MemorySink : public Sink {
- public:
-  Status Write(Bytes bytes) override;
-  Status End() override { return {}; }
-  std::uint64_t size() const override { return bytes_.size(); }
-  const std::vector<std::uint8_t>& bytes() const { return bytes_; }
-
- private:
-  std::vector<std::uint8_t> bytes_;
-};
-
-enum class Compression { kNone, kLz4, kZstd };
 
 struct Options {
   std::string profile{};         ///< a set of rules that readers may rely on, "ros2" for instance
@@ -129,9 +82,4 @@ class Writer {
   std::unique_ptr<Impl> impl_;
 };
 
-/// CRC-32 as zip files have it. `crc`: that of the bytes before.
-std::uint32_t Crc32(Bytes bytes, std::uint32_t crc = 0);
-
 }  // namespace orva::mcap
-
-#endif  // ORVA_TOOLS_MCAP_WRITER_H_

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mcap/sink.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace orva::mcap {
+namespace {
+
+Status SystemStatus(int error) {
+  return {std::generic_category().message(error)};
+}
+
+}  // namespace
+
+FileSink::FileSink(const std::string& path)
+    : file_(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+  open_error_ = file_ < 0 ? errno : 0;
+}
+
+FileSink::~FileSink() {
+  End();
+}
+
+Status FileSink::Write(Bytes bytes) {
+  if (file_ < 0) {
+    return SystemStatus(open_error_ != 0 ? open_error_ : EBADF);
+  }
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(file_, bytes.data(), bytes.size());
+    if (written < 0 && errno != EINTR) {
+      return SystemStatus(errno);
+    }
+    if (written > 0) {
+      size_ += static_cast<std::uint64_t>(written);
+      bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+  }
+  return {};
+}
+
+Status FileSink::End() {
+  const int file = std::exchange(file_, -1);
+  return file >= 0 && ::close(file) != 0 ? SystemStatus(errno) : Status{};
+}
+
+Status MemorySink::Write(Bytes bytes) {
+  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+  return {};
+}
+
+}  // namespace orva::mcap
