@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <system_error>
+#include <vector>
 
 #include "captures/capture_check.h"
 #include "decoder/decoder_nv2.h"
@@ -36,6 +37,7 @@ constexpr auto kLineModels = tevoro::lidar::kLinePacketConstants;
 /// A scan over all ports would otherwise fill the memory. Kinds that a sensor sends have room of their own.
 constexpr size_t kMostStreams = 256;
 constexpr uint64_t kRecordsPerStep = 4096;  ///< of the progress
+constexpr size_t kReadAhead = 65'536;  ///< the C library's own 4 KB are a system call for every three packets
 /// The driver's packet buffers hold no more.
 constexpr size_t kLongestPayload = 1546;
 constexpr size_t kUdpHeader = 8;
@@ -226,11 +228,15 @@ Survey SurveyCapture(const std::string& path, const SurveyProgress& progress) {
   CheckCapture(path);
   std::error_code no_size;
   const auto size = static_cast<double>(std::filesystem::file_size(path, no_size));
+  std::vector<char> buffer(kReadAhead);  // outlives the capture
+  RecordingFile file = OpenRecordingFile(path);
+  std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
   char error[PCAP_ERRBUF_SIZE] = "";
-  const std::unique_ptr<pcap_t, CloseCapture> capture(pcap_open_offline(path.c_str(), error));
+  const std::unique_ptr<pcap_t, CloseCapture> capture(pcap_fopen_offline(file.get(), error));
   if (capture == nullptr) {
     throw Failure(path + " cannot be read as a capture: " + error + ". Record it again.");
   }
+  static_cast<void>(file.release());  // closed with the capture
 
   Survey survey;
   survey.path = path;
