@@ -220,6 +220,7 @@ int main(int argc, char** argv) {
   if (!live.Begin(param)) return 2;
   Loop loop(recorded);
 
+  orva::soak::CsvFile csv(argv[4]);
   std::vector<Sample> samples;
   samples.reserve(static_cast<size_t>(minutes * 60.0) + 2);
   const int64_t begin = SteadyNow();
@@ -235,6 +236,7 @@ int main(int argc, char** argv) {
     samples.push_back(Look(static_cast<double>(now - begin) * 1e-9, live.Statistics(), loop.Frames()));
     const double used = CpuSeconds();
     samples.back().cpu = (used - cpu) / (static_cast<double>(now - looked) * 1e-9);
+    csv.Add(samples.back());
     cpu = used;
     looked = now;
   }
@@ -244,7 +246,6 @@ int main(int argc, char** argv) {
   live.Driver().Stop();
   loop.Close();
   const DriverStatistics s = live.Statistics();
-  orva::soak::WriteCsv(samples, argv[4]);
   orva::soak::DrawPlot(samples, argv[5]);
 
   std::printf("%.0f s, %llu packets sent (%.0f/s), %llu live frames, %llu replayed\n", samples.back().seconds,

@@ -5,7 +5,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 
 #include "picture/decoration.h"
 #include "picture/pictures.h"
@@ -40,15 +39,16 @@ Trend LastHalf(const std::vector<Sample>& samples, const Quantity& quantity) {
   return trend;
 }
 
-void WriteCsv(const std::vector<Sample>& samples, const std::string& path) {
-  std::ofstream file(path);
-  file << "seconds,resident_mib,descriptors,threads,cpu_cores,received,decoded,refused,discarded,"
-          "kernel_dropped,frames,replayed_frames\n";
-  for (const Sample& s : samples) {
-    file << s.seconds << ',' << s.resident << ',' << s.descriptors << ',' << s.threads << ',' << s.cpu << ','
-         << s.received << ',' << s.decoded << ',' << s.refused << ',' << s.discarded << ','
-         << s.kernel_dropped << ',' << s.frames << ',' << s.replayed << '\n';
-  }
+CsvFile::CsvFile(const std::string& path) : file_(path) {
+  file_ << "seconds,resident_mib,descriptors,threads,cpu_cores,received,decoded,refused,discarded,"
+           "kernel_dropped,frames,replayed_frames"
+        << std::endl;
+}
+
+void CsvFile::Add(const Sample& s) {
+  file_ << s.seconds << ',' << s.resident << ',' << s.descriptors << ',' << s.threads << ',' << s.cpu << ','
+        << s.received << ',' << s.decoded << ',' << s.refused << ',' << s.discarded << ',' << s.kernel_dropped
+        << ',' << s.frames << ',' << s.replayed << std::endl;
 }
 
 void DrawPlot(const std::vector<Sample>& samples, const std::string& path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,16 @@ struct Trend {
 /// packets had to wait, comes to six times at most; what leaks steadily to hundreds.
 Trend LastHalf(const std::vector<Sample>& samples, const Quantity& quantity);
 
-void WriteCsv(const std::vector<Sample>& samples, const std::string& path);
+/// A line for each sample, there at once: a run that breaks off leaves those up to then.
+class CsvFile {
+ public:
+  explicit CsvFile(const std::string& path);
+  void Add(const Sample& sample);
+
+ private:
+  std::ofstream file_;
+};
+
 void DrawPlot(const std::vector<Sample>& samples, const std::string& path);
 
 }  // namespace orva::soak
