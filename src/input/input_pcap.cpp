@@ -17,7 +17,7 @@ namespace tevoro::lidar {
 namespace {
 
 /// The C library's 4 KiB would mean a system call for every third packet.
-constexpr size_t kFileBuffer = 128 * 1024;
+constexpr size_t kFileBuffer = 64 * 1024;
 
 /// Of the file format, as libpcap tells it; a classic capture has 2.
 constexpr int kPcapngMajorVersion = 1;
