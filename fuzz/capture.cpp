@@ -25,8 +25,7 @@ struct Record {
   double received;
 };
 
-int Receive(InputPcap& input, Record& place, bool record) {
-  auto buffer = std::make_shared<Buffer>();
+int Receive(InputPcap& input, std::shared_ptr<Buffer>& buffer, Record& place, bool record) {
   const int result = input.RecvPacket(buffer, 1546, &place.position, record);
   ORVA_EXPECT(result >= -1 && result <= 1546);
   if (result > 0) {
@@ -70,9 +69,10 @@ std::vector<std::pair<int, double>> Filtered(const uint8_t* data, size_t size, u
 class PcapngFile {
  public:
   explicit PcapngFile(const uint8_t* data, size_t size) : data_(data), left_(size) {
+    bytes_.reserve(4096);
     BeginSection();
     Interface();
-    for (int i = 0; i < 64 && left_ > 0; ++i) Add();
+    for (int i = 0; i < 32 && left_ > 0; ++i) Add();
   }
   const std::vector<uint8_t>& Bytes() const { return bytes_; }
 
@@ -88,7 +88,7 @@ class PcapngFile {
         Interface();
         break;
       case 2:
-        Block(Next() % 16, Raw());
+        Block(Next() % 16, [&] { Append(Raw()); });
         break;
       case 3:
         bytes_.insert(bytes_.end(), deed, Next());
@@ -97,50 +97,62 @@ class PcapngFile {
         Packet(deed / 8);
     }
   }
-  void BeginSection() { Block(0x0A0D0D0A, Words({0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF})); }
+  void BeginSection() {
+    Block(0x0A0D0D0A, [&] { Words({0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF}); });
+  }
   void Interface() {
-    const uint32_t resolution = Next();  // 6: microseconds; 0x80 and more: powers of two
-    std::vector<uint8_t> body = Words({swapped_ ? 0x10000U : 1U, 65535});
-    const auto option = Words({swapped_ ? 0x90001U : 0x10009U});
-    body.insert(body.end(), option.begin(), option.end());
-    body.insert(body.end(), {static_cast<uint8_t>(resolution), 0, 0, 0, 0, 0, 0, 0});
-    Block(1, body);
+    const uint8_t resolution = Next();  // 6: microseconds; 0x80 and more: powers of two
+    Block(1, [&] {
+      Words({swapped_ ? 0x10000U : 1U, 65535, swapped_ ? 0x90001U : 0x10009U});
+      bytes_.insert(bytes_.end(), {resolution, 0, 0, 0, 0, 0, 0, 0});
+    });
   }
   void Packet(uint8_t kind) {
-    const auto frame = test::EthernetFrame(test::Ipv4Udp(kind % 4 == 0 ? 99 : 2368, Raw()));
+    const std::vector<uint8_t>& frame = Frame(kind % 4 == 0 ? 99 : 2368, Raw());
     const auto length = static_cast<uint32_t>(frame.size());
     const uint32_t interface = Next() % 4;
-    std::vector<uint8_t> body =
-        kind % 8 == 7 ? Words({length})
-                      : Words({interface, Next(), Next() * 0x1010101U, length, length + kind / 16});
-    body.insert(body.end(), frame.begin(), frame.end());
-    body.resize((body.size() + 3) / 4 * 4);
-    Block(kind % 8 == 7 ? 3 : 6, body);
+    Block(kind % 8 == 7 ? 3 : 6, [&] {
+      if (kind % 8 == 7) {
+        Words({length});
+      } else {
+        Words({interface, Next(), Next() * 0x1010101U, length, length + kind / 16});
+      }
+      Append(frame);
+      bytes_.insert(bytes_.end(), -length % 4, 0);
+    });
   }
-  void Block(uint32_t type, const std::vector<uint8_t>& body) {
-    const auto length = static_cast<uint32_t>(body.size() + 12);
-    const auto head = Words({type, length});
-    const auto tail = Words({length});
-    bytes_.insert(bytes_.end(), head.begin(), head.end());
-    bytes_.insert(bytes_.end(), body.begin(), body.end());
-    bytes_.insert(bytes_.end(), tail.begin(), tail.end());
+  template <typename Body>
+  void Block(uint32_t type, const Body& body) {
+    const size_t begin = bytes_.size();
+    Words({type, 0});
+    body();
+    Words({static_cast<uint32_t>(bytes_.size() - begin + 4)});
+    std::copy_n(bytes_.end() - 4, 4, bytes_.begin() + static_cast<ptrdiff_t>(begin) + 4);
   }
-  std::vector<uint8_t> Words(std::initializer_list<uint32_t> words) const {
-    std::vector<uint8_t> bytes;
+  void Words(std::initializer_list<uint32_t> words) {
     for (const uint32_t word : words)
-      test::AppendBigEndian(bytes, swapped_ ? word : __builtin_bswap32(word), 4);
-    return bytes;
+      test::AppendBigEndian(bytes_, swapped_ ? word : __builtin_bswap32(word), 4);
+  }
+  void Append(const std::vector<uint8_t>& bytes) { bytes_.insert(bytes_.end(), bytes.begin(), bytes.end()); }
+  /// Made once for each port and length; only the payload changes.
+  static const std::vector<uint8_t>& Frame(uint16_t port, const std::vector<uint8_t>& payload) {
+    static auto& frames = *new std::map<std::pair<uint16_t, size_t>, std::vector<uint8_t>>;  // for good
+    std::vector<uint8_t>& frame = frames[{port, payload.size()}];
+    if (frame.empty()) frame = test::EthernetFrame(test::Ipv4Udp(port, payload));
+    std::copy(payload.rbegin(), payload.rend(), frame.rbegin());
+    return frame;
   }
   uint8_t Next() { return left_ == 0 ? uint8_t{0} : (--left_, *data_++); }
-  std::vector<uint8_t> Raw() {
-    std::vector<uint8_t> bytes(Next() % 32);
-    for (uint8_t& byte : bytes) byte = Next();
-    return bytes;
+  const std::vector<uint8_t>& Raw() {
+    raw_.resize(Next() % 32);
+    for (uint8_t& byte : raw_) byte = Next();
+    return raw_;
   }
 
   const uint8_t* data_;
   size_t left_;
   bool swapped_ = false;
+  std::vector<uint8_t> raw_;
   std::vector<uint8_t> bytes_;
 };
 
@@ -155,11 +167,12 @@ void Capture(const uint8_t* data, size_t size) {
   InputPcap input(param);
   if (!input.Init()) return;
 
+  auto buffer = std::make_shared<Buffer>();
   std::vector<Record> records;
   std::vector<std::pair<int, double>> packets;
   Record record{};
   int result = 0;
-  while ((result = Receive(input, record, true)) != -1) {
+  while ((result = Receive(input, buffer, record, true)) != -1) {
     if (result > 0) packets.emplace_back(result, record.received);
     if (result > 0 && records.size() < 16) records.push_back(record);
   }
@@ -169,7 +182,7 @@ void Capture(const uint8_t* data, size_t size) {
   for (size_t i = 0; i < 2 * records.size(); ++i) {
     const Record& known = records[i < records.size() ? i : (i * 3) % records.size()];
     Record again{known.position, {}, 0.0};
-    ORVA_EXPECT(Receive(input, again, false) > 0);
+    ORVA_EXPECT(Receive(input, buffer, again, false) > 0);
     ORVA_EXPECT(again.payload == known.payload && again.received == known.received);
   }
 }

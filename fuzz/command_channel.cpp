@@ -35,7 +35,7 @@ class Sensor {
   Sensor(const uint8_t* data, size_t size) : data_(data), left_(size) {
     static const std::string whole = test::SectionStream(Sent());
     static const std::string small = test::SectionStream(Sent(), "CD");
-    stream_ = Next() % 16 == 0 ? &whole : &small;  // whole ones take a millisecond
+    stream_ = Next() % 16 == 0 && OneIn(32, data, size) ? &whole : &small;  // whole ones take milliseconds
   }
 
   bool Over() const { return left_ == 0 && sound_ == 0; }
@@ -60,7 +60,7 @@ class Sensor {
     if (sound_ == 0) {
       if (left_ == 0) Stop();
       deed_ = Next();
-      if (deed_ % 8 < 3) sound_ = 1 << (deed_ / 8 % 8);
+      if (deed_ % 8 < 3) sound_ = 1 << (deed_ / 8 % (Whole() ? 8 : 4));
     }
     if (sound_ > 0) {
       --sound_;

@@ -35,14 +35,14 @@ void McapWriter(const uint8_t* data, size_t size) {
   mcap::Options options;
   // Compressors and threads take longer to make than all the rest.
   options.compression = static_cast<mcap::Compression>(setting % 16 < 6 ? setting % 16 / 2 : 0);
-  options.threads = setting % 32 < 6 ? setting / 64 : 0;
+  options.threads = setting % 32 < 6 && OneIn(32, data, size) ? setting / 64 : 0;
   options.chunk_size = size_t{next()} * 16;
   std::vector<test::McapReader::Message> given;
   bool closed = false;
   {
     mcap::Writer writer(sink, options);
     std::vector<uint32_t> sequences(1, 0);
-    for (int i = 0; i < 64 && size > 0; ++i) {
+    for (int i = 0; i < 16 && size > 0; ++i) {
       const uint8_t action = next();
       const std::string text(action / 16, static_cast<char>(next()));
       switch (action % 16) {

@@ -74,8 +74,10 @@ inline std::string LittleEndian32(uint32_t value) {
 
 /// A reply that announces a stream of `stream_bytes` and carries `payload`.
 inline std::string CalibrationReply(size_t stream_bytes, const std::string& payload) {
-  return "ZZZZ" + LittleEndian32(static_cast<uint32_t>(stream_bytes + 32)) + std::string(28, '\x5A') +
-         payload + "end";
+  std::string reply;
+  reply.reserve(39 + payload.size());
+  reply.append("ZZZZ").append(LittleEndian32(static_cast<uint32_t>(stream_bytes + 32)));
+  return reply.append(28, '\x5A').append(payload).append("end");
 }
 
 /// The section stream of a calibration, its sections in the order of `markers`.
