@@ -68,6 +68,9 @@ struct Batch {
   };
   std::vector<std::uint8_t> bytes;
   std::vector<Packet> packets;
+
+  /// Of memory: a flood of datagrams of one byte fills it too.
+  std::size_t Size() const { return bytes.size() + packets.size() * sizeof(Packet); }
 };
 
 /// A tap on a running driver: hands out the packets as they come, undecoded. Its callback only copies, so
@@ -94,7 +97,7 @@ class Tap {
     batch.bytes.clear();
     batch.packets.clear();
     std::unique_lock lock(mutex_);
-    enough_.wait_for(lock, patience, [this] { return arrived_.bytes.size() >= kEnough; });
+    enough_.wait_for(lock, patience, [this] { return arrived_.Size() >= kEnough; });
     std::swap(batch, arrived_);
   }
 
@@ -115,7 +118,7 @@ class Tap {
 
   void Put(const std::uint8_t* data, std::size_t length, double received) {
     const std::lock_guard lock(mutex_);
-    const std::size_t before = arrived_.bytes.size();
+    const std::size_t before = arrived_.Size();
     if (before + length > kMost) {
       ++missed_;
       return;
@@ -123,7 +126,7 @@ class Tap {
     arrived_.bytes.insert(arrived_.bytes.end(), data, data + length);
     // A double of today's time tells quarter microseconds apart; the file holds whole ones.
     arrived_.packets.push_back({length, std::llround(received * 1e6) * 1000});
-    if (before < kEnough && before + length >= kEnough) {
+    if (before < kEnough && arrived_.Size() >= kEnough) {
       enough_.notify_one();
     }
   }
@@ -161,9 +164,29 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
   double last_line = 0.0;
   std::uint64_t packets_before = 0;
   std::uint64_t bytes_before = 0;
+  bool over = false;
+  // Once a second, in the middle of a batch too: what waited for a slow disk may take it minutes.
+  const auto tell = [&] {
+    const double now = elapsed();
+    if (now - last_line < 1.0) {
+      return;
+    }
+    TellServiceManager(over ? "EXTEND_TIMEOUT_USEC=30000000" : "WATCHDOG=1");
+    std::array<char, 120> text;
+    const auto rate = [now, last_line](std::uint64_t count) {
+      return static_cast<double>(count) / (now - last_line);
+    };
+    std::snprintf(text.data(), text.size(), "%4.0f s %8.0f packets/s %6.2f MB/s %10llu packets", now,
+                  rate(files.packets() - packets_before), rate(files.payload_bytes() - bytes_before) / 1e6,
+                  static_cast<unsigned long long>(files.packets()));
+    const std::string losses = Losses(tap.Statistics(), tap.Missed());
+    Say(text.data() + (losses.empty() ? "" : "  " + losses));
+    last_line = now;
+    packets_before = files.packets();
+    bytes_before = files.payload_bytes();
+  };
   Batch batch;
   sim::TimedPacket packet;
-  bool over = false;
   while (!over) {
     over = Interrupted() || (options.seconds > 0.0 && elapsed() >= options.seconds);
     if (over) {
@@ -179,23 +202,9 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
       if (options.packets > 0 && files.packets() == options.packets) {
         return;
       }
+      tell();
     }
-    const double now = elapsed();
-    if (now - last_line >= 1.0) {
-      TellServiceManager("WATCHDOG=1");
-      std::array<char, 120> text;
-      const auto rate = [now, last_line](std::uint64_t count) {
-        return static_cast<double>(count) / (now - last_line);
-      };
-      std::snprintf(text.data(), text.size(), "%4.0f s %8.0f packets/s %6.2f MB/s %10llu packets", now,
-                    rate(files.packets() - packets_before), rate(files.payload_bytes() - bytes_before) / 1e6,
-                    static_cast<unsigned long long>(files.packets()));
-      const std::string losses = Losses(tap.Statistics(), tap.Missed());
-      Say(text.data() + (losses.empty() ? "" : "  " + losses));
-      last_line = now;
-      packets_before = files.packets();
-      bytes_before = files.payload_bytes();
-    }
+    tell();
   }
 }
 
