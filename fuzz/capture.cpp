@@ -68,7 +68,7 @@ std::vector<std::pair<int, double>> Filtered(const uint8_t* data, size_t size, u
 /// Builds a pcapng file of the blocks that the input asks for, sound ones for the most part.
 class PcapngFile {
  public:
-  explicit PcapngFile(const uint8_t* data, size_t size) : data_(data), left_(size) {
+  explicit PcapngFile(const uint8_t* data, size_t size) : data_(data), left_(size), swapped_(size % 2 != 0) {
     bytes_.reserve(4096);
     BeginSection();
     Interface();
@@ -81,7 +81,7 @@ class PcapngFile {
     const uint8_t deed = Next();
     switch (deed % 8) {
       case 0:
-        swapped_ = deed / 8 % 2 != 0;
+        swapped_ = swapped_ != (deed / 8 % 2 != 0);
         BeginSection();
         break;
       case 1:
@@ -98,7 +98,7 @@ class PcapngFile {
     }
   }
   void BeginSection() {
-    Block(0x0A0D0D0A, [&] { Words({0x1A2B3C4D, 1, 0xFFFFFFFF, 0xFFFFFFFF}); });
+    Block(0x0A0D0D0A, [&] { Words({0x1A2B3C4D, swapped_ ? 0x10000U : 1U, 0xFFFFFFFF, 0xFFFFFFFF}); });
   }
   void Interface() {
     const uint8_t resolution = Next();  // 6: microseconds; 0x80 and more: powers of two
@@ -151,7 +151,7 @@ class PcapngFile {
 
   const uint8_t* data_;
   size_t left_;
-  bool swapped_ = false;
+  bool swapped_;
   std::vector<uint8_t> raw_;
   std::vector<uint8_t> bytes_;
 };

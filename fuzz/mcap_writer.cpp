@@ -65,7 +65,8 @@ void McapWriter(const uint8_t* data, size_t size) {
         default: {
           const uint16_t channel = next() % 8;
           const uint64_t time = uint64_t{next()} << (next() % 57);
-          const mcap::Bytes bytes(data, std::min<size_t>(size, next() * size_t{4}));
+          const size_t length = next() * size_t{4};
+          const mcap::Bytes bytes(data, std::min(size, length));
           const bool known = channel != 0 && channel < sequences.size();
           if (writer.Write(channel, time, time, bytes).ok() || known) {
             ORVA_EXPECT(known);

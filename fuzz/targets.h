@@ -11,8 +11,8 @@ namespace orva::fuzz {
 /// A capture file, as it is. An odd size reads every datagram, an even one those to port 2368.
 void Capture(const uint8_t* data, size_t size);
 
-/// Blocks of a pcapng file, in the order of the input: sections in either byte order, interfaces with their
-/// unit of time, packets, and blocks that make no sense.
+/// Blocks of a pcapng file, in the order of the input: sections, interfaces with their unit of time, packets,
+/// and blocks that make no sense. An odd size begins in the other byte order.
 void Pcapng(const uint8_t* data, size_t size);
 
 /// Bytes 0 to 2: model, cloud type, limits with mounting and calibration. Then packets: a byte that says what
