@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -26,6 +27,9 @@ namespace {
 /// Lines that differ are kept up to here, so that a peer's odd lengths fill no memory.
 constexpr std::size_t kMostLines = 64;
 constexpr std::size_t kShownComplaints = 5;
+/// The file holds so many repetitions of a line, and of those that found no room above, then one each time
+/// that their number has doubled: a flood on the sensor's port fills no disk.
+constexpr std::uint64_t kMostRepetitions = 1024;
 
 /// How lines begin that tell of trouble. All others say what the driver is doing.
 constexpr const char* kTrouble[] = {"ProcessMsopPacket", "Wrong", "Error", "LoadCheckFolder failed",
@@ -43,6 +47,7 @@ struct Log {
   std::FILE* file = nullptr;
 
   void Add(std::string_view text, bool is_error);
+  void Write(const std::string& line, std::uint64_t count);
 };
 
 /// Driver threads may print until the process ends, so it is never destroyed.
@@ -64,25 +69,30 @@ std::string Plain(std::string_view line) {
   return plain;
 }
 
+void Log::Write(const std::string& line, std::uint64_t count) {
+  if (file == nullptr || (count > kMostRepetitions && !std::has_single_bit(count))) return;
+  const std::string times = count < kMostRepetitions ? "" : " (" + std::to_string(count) + " times)";
+  if (std::fprintf(file, "%s%s\n", line.c_str(), times.c_str()) < 0 || std::fflush(file) != 0) {
+    const int error = errno;
+    std::fclose(std::exchange(file, nullptr));
+    Warn("the driver's log ends here: " + std::generic_category().message(error));
+  }
+}
+
 void Log::Add(std::string_view text, bool is_error) {
   const std::string line = Plain(text);
   bool is_new = false;
   {
     const std::lock_guard lock(mutex);
-    if (file != nullptr && (std::fprintf(file, "%s\n", line.c_str()) < 0 || std::fflush(file) != 0)) {
-      const int error = errno;
-      std::fclose(std::exchange(file, nullptr));
-      Warn("the driver's log ends here: " + std::generic_category().message(error));
-    }
     auto found = lines.find(line);
     if (found == lines.end() && lines.size() < kMostLines) {
       found = lines.emplace(line, Line{}).first;
       is_new = true;
     }
     if (found == lines.end()) {
-      ++further;
+      Write(line, ++further);
     } else {
-      ++found->second.count;
+      Write(line, ++found->second.count);
       found->second.is_error = is_error;
     }
   }
@@ -136,7 +146,7 @@ std::string DriverComplaints() {
     text += "  " + std::to_string(complaints[i].first) + " x " + complaints[i].second + "\n";
   }
   if (complaints.size() > kShownComplaints || log.further > 0) {
-    text += "  and others; --driver-log FILE keeps them all\n";
+    text += "  and others; --driver-log FILE tells of them all\n";
   }
   return text;
 }
