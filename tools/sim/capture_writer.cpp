@@ -90,10 +90,12 @@ CaptureWriter::CaptureWriter(std::filesystem::path path, const CaptureOptions& o
   if (file == nullptr) Fail(Reason(errno));
   // Without a buffer it is known at any time what is in the file.
   if (options_.keep_unfinished) std::setvbuf(file, nullptr, _IONBF, 0);
-  dumper_.reset(pcap_dump_fopen(handle_.get(), file));
+  errno = 0;
+  dumper_.reset(pcap_dump_fopen(handle_.get(), file));  // closes the file itself where it fails
   if (!dumper_) {
-    std::fclose(file);
-    Fail(pcap_geterr(handle_.get()));
+    const std::string reason = errno != 0 ? Reason(errno) : pcap_geterr(handle_.get());
+    if (part_ != path_) std::filesystem::remove(part_, ignored);
+    Fail(reason);
   }
   size_ = kFileHeader;
 }
