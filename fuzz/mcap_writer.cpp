@@ -32,11 +32,11 @@ void McapWriter(const uint8_t* data, size_t size) {
   const auto next = [&data, &size]() -> uint8_t { return size == 0 ? uint8_t{0} : (--size, *data++); };
   const uint8_t setting = next();
   SmallSink sink(setting % 2 == 0 ? SIZE_MAX : size_t{next()} * 64);
-  mcap::Options options;
   // Compressors and threads take longer to make than all the rest.
-  options.compression = static_cast<mcap::Compression>(setting % 16 < 6 ? setting % 16 / 2 : 0);
-  options.threads = setting % 32 < 6 && OneIn(32, data, size) ? setting / 64 : 0;
-  options.chunk_size = size_t{next()} * 16;
+  const mcap::Options options = {.compression = static_cast<mcap::Compression>(
+                                     setting % 16 < 6 && OneIn(4, data, size) ? setting % 16 / 2 : 0),
+                                 .chunk_size = size_t{next()} * 16,
+                                 .threads = setting % 32 < 6 && OneIn(32, data, size) ? setting / 64U : 0};
   std::vector<test::McapReader::Message> given;
   bool closed = false;
   {

@@ -28,7 +28,7 @@ void CalibrationFolder(const uint8_t* data, size_t size);
 /// and how often the reply comes, two of length, the reply. What is missing at the end counts as zeros.
 void CalibrationReplies(const uint8_t* data, size_t size);
 
-/// Byte 0: what the sensor's stream holds. Then, deed by deed, what it answers to a calibration download.
+/// Byte 0: what the sensor's stream holds. Then up to 63 deeds: what it answers to a calibration download.
 void CommandChannel(const uint8_t* data, size_t size);
 
 /// A configuration file.
