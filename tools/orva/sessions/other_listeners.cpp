@@ -15,8 +15,8 @@
 namespace orva {
 namespace {
 
-/// Sockets in a table of the kernel's (`cat /proc/net/udp`) on this port, on `address` or on all addresses.
-/// `address` 0: on any. A connected socket takes its peer's datagrams only and is left out.
+/// Sockets in a table of the kernel's (`cat /proc/self/net/udp`) on this port, on `address` or on all
+/// addresses. `address` 0: on any. A connected socket takes its peer's datagrams only and is left out.
 std::uint64_t CountListeners(const char* table, std::uint16_t port, std::uint32_t address) {
   std::uint64_t count = 0;
   std::ifstream file(table);
@@ -51,8 +51,9 @@ std::uint64_t CountListeners(const char* table, std::uint16_t port, std::uint32_
 void WarnOfOtherListeners(const InputParam& input) {
   in_addr address = {};
   inet_pton(AF_INET, input.host_ip.c_str(), &address);
-  const std::uint64_t count = CountListeners("/proc/net/udp", input.msop_port, address.s_addr) +
-                              CountListeners("/proc/net/udp6", input.msop_port, address.s_addr);
+  // By way of this process: a service may see no more of /proc than processes.
+  const std::uint64_t count = CountListeners("/proc/self/net/udp", input.msop_port, address.s_addr) +
+                              CountListeners("/proc/self/net/udp6", input.msop_port, address.s_addr);
   if (count > 0) {
     const std::string port = std::to_string(input.msop_port);
     Warn(Counted(count, "other socket of this machine listens", "other sockets of this machine listen") +
