@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -50,13 +50,13 @@ struct ReplayOptions {
   bool json = false;
 };
 
-std::string FrameJson(int frame, int part, const Cloud& cloud, const FrameOrigin& origin) {
+std::string FrameJson(int frame, int part, const Cloud& cloud, std::size_t valid, const FrameOrigin& origin) {
   JsonObject line;
   line.Add("type", "frame")
       .Add("frame", frame)
       .Add("part", part)
       .Add("points", cloud.points.size())
-      .Add("valid", CountValid(cloud))
+      .Add("valid", valid)
       .Add("timestamp", cloud.timestamp)
       .Add("first_packet", origin.first_packet)
       .Add("last_packet", origin.last_packet)
@@ -68,37 +68,30 @@ std::string FrameJson(int frame, int part, const Cloud& cloud, const FrameOrigin
   return line.Text() + "\n";
 }
 
-/// Of the whole run; its counts are sums over the frames that were chosen.
-struct ReplayTotals {
-  std::uint64_t clouds = 0;
-  std::uint64_t points = 0;
-  std::uint64_t valid = 0;
-  double seconds = 0.0;  ///< from the end of the index on
-};
-
-/// ", 3.5 million points/s, 95 MB/s" of what is in the files.
-std::string Speed(const ReplayTotals& totals, const FrameExport& files) {
+/// ", 3.5 million points/s, 95 MB/s" of what is in the files. `seconds` from the end of the index on.
+std::string Speed(const RecordingSummary& summary, const FrameExport& files, double seconds) {
   std::array<char, 64> text;
-  const double seconds = std::max(totals.seconds, 1e-6);
+  seconds = std::max(seconds, 1e-6);
   std::snprintf(text.data(), text.size(), ", %.1f million points/s, %.0f MB/s",
-                static_cast<double>(totals.points) / seconds * 1e-6,
+                static_cast<double>(summary.points()) / seconds * 1e-6,
                 static_cast<double>(files.bytes()) / seconds * 1e-6);
   return text.data();
 }
 
-std::string SummaryJson(const ReplayOptions& options, const ReplayTotals& totals, const FrameExport& files,
-                        bool uncalibrated) {
+/// The counts are sums over the frames that were chosen.
+std::string SummaryJson(const ReplayOptions& options, const RecordingSummary& summary,
+                        const FrameExport& files, bool uncalibrated, double seconds) {
   JsonObject line;
   line.Add("type", "summary")
       .Add("file", options.param.input_param.pcap_path)
       .Add("model", TraitsOf(options.param.lidar_type).name)
-      .Add("clouds", totals.clouds)
-      .Add("points", totals.points)
-      .Add("valid", totals.valid)
+      .Add("clouds", summary.clouds())
+      .Add("points", summary.points())
+      .Add("valid", summary.valid())
       .Add("uncalibrated", uncalibrated)
       .Add("files", files.files())
       .Add("bytes", files.bytes())
-      .Add("seconds", totals.seconds);
+      .Add("seconds", seconds);
   return line.Text() + "\n";
 }
 
@@ -113,7 +106,6 @@ void Replay(const ReplayOptions& options) {
   files.Open(frames);
 
   RecordingSummary summary(options.param.lidar_type);
-  ReplayTotals totals;
   const auto began = std::chrono::steady_clock::now();
   {
     Progress progress("replaying", static_cast<int>(frames.size()));
@@ -132,14 +124,11 @@ void Replay(const ReplayOptions& options) {
                           .last_packet = origin.last_packet,
                           .uncalibrated = uncalibrated});
       files.WriteStatus(origin.statistics, origin.last_packet);
-      summary.Add(frame, cloud);
-      ++totals.clouds;
-      totals.points += cloud.points.size();
-      totals.valid += CountValid(cloud);
+      const std::size_t valid = summary.Add(frame, cloud);
       if (options.json) {
-        PrintResult(FrameJson(frame, part, cloud, origin));
+        PrintResult(FrameJson(frame, part, cloud, valid, origin));
       } else {
-        progress.Line(FrameTableRow(frame, part, cloud));
+        progress.Line(FrameTableRow(frame, part, cloud, valid));
       }
       progress.Step(summary.clouds());
     });
@@ -150,12 +139,12 @@ void Replay(const ReplayOptions& options) {
   }
   summary.Tell(session);
   files.Commit();
-  totals.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
   if (options.json) {
-    PrintResult(SummaryJson(options, totals, files, uncalibrated));
+    PrintResult(SummaryJson(options, summary, files, uncalibrated, seconds));
   }
   if (files.files() > 0) {
-    Say(files.Summary() + (uncalibrated ? ", uncalibrated" : "") + Speed(totals, files));
+    Say(files.Summary() + (uncalibrated ? ", uncalibrated" : "") + Speed(summary, files, seconds));
   }
 }
 

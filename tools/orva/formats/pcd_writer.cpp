@@ -30,8 +30,7 @@ void Write(const Cloud& cloud, const FrameInfo& info, OutputFile& file) {
              count +
              "\n"
              "DATA binary\n");
-  const auto bytes = PackPoints(cloud);
-  file.Write(bytes.data(), bytes.size());
+  WritePoints(cloud, file);
 }
 
 }  // namespace

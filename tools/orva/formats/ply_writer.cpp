@@ -22,8 +22,7 @@ void Write(const Cloud& cloud, const FrameInfo& info, OutputFile& file) {
              "property uint label\n"
              "property double timestamp\n"
              "end_header\n");
-  const auto bytes = PackPoints(cloud);
-  file.Write(bytes.data(), bytes.size());
+  WritePoints(cloud, file);
 }
 
 }  // namespace

@@ -42,14 +42,16 @@ std::vector<int> IndexWithProgress(ReplaySession& session, const std::string& li
   return SelectFrames(list, count);
 }
 
-void RecordingSummary::Add(int frame, const Cloud& cloud) {
+std::size_t RecordingSummary::Add(int frame, const Cloud& cloud) {
   ++clouds_;
   points_ += cloud.points.size();
-  valid_ += CountValid(cloud);
+  const std::size_t valid = CountValid(cloud);
+  valid_ += valid;
   if (cloud.points.empty()) {
     ++empty_;
     last_empty_ = frame;
   }
+  return valid;
 }
 
 void RecordingSummary::Tell(const ReplaySession& session) const {

@@ -19,8 +19,11 @@ class RecordingSummary {
  public:
   explicit RecordingSummary(LidarType model) : model_(model) {}
 
-  void Add(int frame, const Cloud& cloud);
+  /// Returns how many of the points are valid.
+  std::size_t Add(int frame, const Cloud& cloud);
   int clouds() const { return clouds_; }
+  std::size_t points() const { return points_; }
+  std::size_t valid() const { return valid_; }
 
   /// Says what was odd. Throws Failure where the recording gave no point although the model has some.
   void Tell(const ReplaySession& session) const;

@@ -40,10 +40,10 @@ std::string FrameTableHead() {
                 "temp B", "status");
 }
 
-std::string FrameTableRow(int frame, int part, const Cloud& cloud) {
+std::string FrameTableRow(int frame, int part, const Cloud& cloud, std::size_t valid) {
   const std::string number =
       part == 0 ? std::to_string(frame) : std::to_string(frame) + "." + std::to_string(part);
-  std::string row = Format("%7s %8zu %8zu  %-23s", number.c_str(), cloud.points.size(), CountValid(cloud),
+  std::string row = Format("%7s %8zu %8zu  %-23s", number.c_str(), cloud.points.size(), valid,
                            TimeText(cloud.timestamp).c_str());
   // The driver fills these at a frame-end marker only, and raw zeros would be -64 degrees.
   const bool has_tail = cloud.temperature_a != 0.0 || cloud.temperature_b != 0.0 || cloud.status_word != 0 ||
