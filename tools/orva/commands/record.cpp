@@ -171,7 +171,7 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
     if (now - last_line < 1.0) {
       return;
     }
-    TellServiceManager(over ? "EXTEND_TIMEOUT_USEC=30000000" : "WATCHDOG=1");
+    TellServiceManager(over || Interrupted() ? "EXTEND_TIMEOUT_USEC=30000000" : "WATCHDOG=1");
     std::array<char, 120> text;
     const auto rate = [now, last_line](std::uint64_t count) {
       return static_cast<double>(count) / (now - last_line);
