@@ -2,6 +2,7 @@
 #include "mcap/sink.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +14,12 @@ namespace {
 
 Status SystemStatus(int error) {
   return {std::generic_category().message(error)};
+}
+
+/// A file that was removed goes on taking what is written, for nobody.
+bool IsRemoved(int file) {
+  struct stat about = {};
+  return fstat(file, &about) == 0 && S_ISREG(about.st_mode) && about.st_nlink == 0;
 }
 
 }  // namespace
@@ -30,6 +37,9 @@ Status FileSink::Write(Bytes bytes) {
   if (file_ < 0) {
     return SystemStatus(open_error_ != 0 ? open_error_ : EBADF);
   }
+  if (IsRemoved(file_)) {
+    return SystemStatus(ENOENT);
+  }
   while (!bytes.empty()) {
     const ssize_t written = ::write(file_, bytes.data(), bytes.size());
     if (written < 0 && errno != EINTR) {
@@ -45,7 +55,14 @@ Status FileSink::Write(Bytes bytes) {
 
 Status FileSink::End() {
   const int file = std::exchange(file_, -1);
-  return file >= 0 && ::close(file) != 0 ? SystemStatus(errno) : Status{};
+  if (file < 0) {
+    return {};
+  }
+  const bool removed = IsRemoved(file);
+  if (::close(file) != 0) {
+    return SystemStatus(errno);
+  }
+  return removed ? SystemStatus(ENOENT) : Status{};
 }
 
 Status MemorySink::Write(Bytes bytes) {

@@ -2,6 +2,7 @@
 #include "capture_writer.h"
 
 #include <pcap/pcap.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -132,6 +133,12 @@ void CaptureWriter::Write(const TimedPacket& packet, const Endpoints& endpoints)
   pcap_dump(reinterpret_cast<u_char*>(dumper_.get()), &header, record_.data());
   if (std::ferror(pcap_dump_file(dumper_.get())) != 0) Fail(Reason(errno));
   size_ += kRecordHeader + record_.size();
+}
+
+bool CaptureWriter::HasFile() const {
+  struct stat about = {};
+  return !dumper_ || fstat(fileno(pcap_dump_file(dumper_.get())), &about) != 0 || !S_ISREG(about.st_mode) ||
+         about.st_nlink > 0;
 }
 
 void CaptureWriter::Finish() {

@@ -59,6 +59,8 @@ class CaptureWriter {
   /// With addresses of its own, instead of those of the options.
   void Write(const TimedPacket& packet, const Endpoints& endpoints);
   void Finish();
+  /// False once the file was removed: it goes on taking what is written, for nobody.
+  bool HasFile() const;
   /// Bytes of the whole records so far, the file's header included.
   uint64_t Size() const { return size_; }
 

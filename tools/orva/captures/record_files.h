@@ -36,6 +36,8 @@ class RecordFiles {
   /// Completes the latest file. One without a packet is not kept.
   void Finish();
 
+  /// False once the file that is being written was removed.
+  bool HasFile() const { return !writer_ || writer_->HasFile(); }
   std::uint64_t packets() const { return packets_; }
   std::uint64_t payload_bytes() const { return payload_bytes_; }
   std::uint64_t files() const { return opened_; }

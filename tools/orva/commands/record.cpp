@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
@@ -13,7 +14,9 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -171,6 +174,10 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
     if (now - last_line < 1.0) {
       return;
     }
+    if (!files.HasFile()) {
+      throw std::runtime_error("cannot write " + files.latest() + ": " +
+                               std::generic_category().message(ENOENT));
+    }
     TellServiceManager(over || Interrupted() ? "EXTEND_TIMEOUT_USEC=30000000" : "WATCHDOG=1");
     std::array<char, 120> text;
     const auto rate = [now, last_line](std::uint64_t count) {
@@ -238,8 +245,10 @@ void Record(RecordOptions& options) {
     WriteAll(options, tap, files);
     files.Finish();
   } catch (const std::exception& error) {
-    throw Failure(std::string(error.what()) + ". The recording ends here; its " +
-                  std::to_string(files.packets()) + " packets up to now are whole and kept.");
+    throw Failure(std::string(error.what()) + ". The recording ends here; " +
+                  (files.HasFile()
+                       ? "its " + std::to_string(files.packets()) + " packets up to now are whole and kept."
+                       : "what that file held is lost."));
   }
   tap.Stop();
   const DriverStatistics statistics = tap.Statistics();

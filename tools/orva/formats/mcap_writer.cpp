@@ -230,9 +230,11 @@ class McapStream : public CloudStream {
 
   void Require(const mcap::Status& status) const {
     if (!status.ok()) {
-      throw Failure("cannot write " + path_ + ": " + status.text + "." +
-                    (sink_.size() == 0 ? "" : " What it holds so far can be read.") +
-                    " Choose another place with --out.");
+      std::error_code ignored;
+      throw Failure(
+          "cannot write " + path_ + ": " + status.text + "." +
+          (sink_.size() == 0 || !fs::exists(path_, ignored) ? "" : " What it holds so far can be read.") +
+          " Choose another place with --out.");
     }
   }
 
