@@ -5,11 +5,18 @@
 
 namespace orva::ros2 {
 
+void Deliveries::Add(Outcome outcome) {
+  published += outcome != Outcome::kNotTaken;
+  unread += outcome == Outcome::kNoReader;
+  not_taken += outcome == Outcome::kNotTaken;
+}
+
 std::string Deliveries::Summary(const std::string& name) const {
   std::string text = name + ": " + std::to_string(published) + " frames published";
   const auto add = [&text](uint64_t count, const char* what) {
     if (count > 0) text += ", " + std::to_string(count) + what;
   };
+  add(unread, " of them had no reader");
   add(dropped, " dropped: publishing takes longer than a frame");
   add(not_taken, " not sent: a reliable reader did not keep up");
   add(held_back, " held back until the calibration was in use");
@@ -33,6 +40,7 @@ messages::DiagnosticStatus Diagnose(const DriverStatistics& now, const DriverSta
     status.values.push_back({key, std::to_string(count)});
   };
   add("frames published", deliveries.published);
+  add("frames without a reader", deliveries.unread);
   add("frames dropped before publishing", deliveries.dropped);
   add("frames not sent in time", deliveries.not_taken);
   add("frames held back until calibrated", deliveries.held_back);

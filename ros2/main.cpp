@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <chrono>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -14,16 +13,16 @@
 #include "recording.h"
 #include "report_topics.h"
 #include "sensor.h"
+#include "sessions/calibration_files.h"
+#include "shared/driver_log.h"
 #include "shared/interrupt.h"
+#include "shared/terminal.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using orva::Say;
 using orva::ros2::Options;
-
-void Say(const std::string& line) {
-  std::fprintf(stderr, "%s\n", line.c_str());
-}
 
 double Seconds(Clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
@@ -52,6 +51,11 @@ void PublishSensors(const Options& options, const orva::ros2::Participant& parti
 }
 
 void Run(const Options& options) {
+  for (const orva::ros2::SensorSetup& setup : options.sensors) {
+    if (options.sensors.size() > 1) orva::SpeakFor(setup.name);
+    orva::CheckCalibration(setup.param, setup.uncalibrated);
+  }
+  orva::SpeakFor("");
   for (const std::string& advice : orva::ros2::KernelAdvice()) Say(advice);
   const orva::ros2::Participant participant;
   Say("publishing in the DDS domain " + std::to_string(participant.domain()));
@@ -67,6 +71,7 @@ void Run(const Options& options) {
 
 int main(int argc, char** argv) {
   constexpr int kFailed = 1, kWrongUsage = 2;
+  orva::CatchDriverLines();
   try {
     Options options;
     if (!orva::ros2::ReadOptions(argc, argv, options)) return 0;
@@ -75,7 +80,8 @@ int main(int argc, char** argv) {
     Say(std::string("orva-ros2: ") + error.what());
     return kWrongUsage;
   } catch (const std::exception& error) {
-    Say(std::string("orva-ros2: ") + error.what());
+    const std::string said = orva::DriverComplaints();
+    Say(std::string("orva-ros2: ") + error.what() + (said.empty() ? "" : "\nThe driver said:\n" + said));
     return kFailed;
   }
   return 0;

@@ -10,8 +10,11 @@
 
 #include "config/sensors.h"
 #include "ros_arguments.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
+#include "shared/driver_log.h"
 #include "shared/models.h"
+#include "shared/terminal.h"
 
 namespace orva::ros2 {
 namespace {
@@ -125,7 +128,8 @@ void AddOptions(CLI::App& app, CommandLine& line, Options& options) {
       ->check(CLI::Range(1, 65535))
       ->type_name("N")
       ->needs(sensor);
-  app.add_flag("--uncalibrated", line.uncalibrated, "Publish frames before the calibration is in use");
+  app.add_flag("--uncalibrated", line.uncalibrated,
+               "Publish frames before the calibration is in use, or where it is of no use");
   CLI::Option* replay = app.add_option("--replay", input.pcap_path, "A recording instead of a sensor");
   replay->type_name("FILE")->excludes(config)->excludes(sensor);
   app.add_option("--rate", options.rate, "Times the recording's own pace")
@@ -154,6 +158,8 @@ void AddOptions(CLI::App& app, CommandLine& line, Options& options) {
       ->transform(CLI::CheckedTransformer(std::map<std::string, messages::InvalidPoints>{
           {"nan", messages::InvalidPoints::kNan}, {"drop", messages::InvalidPoints::kDrop}}))
       ->type_name("nan|drop");
+  AddDriverLogOption(app);
+  AddVerbosityOptions(app);
   app.add_flag("--best-effort", line.best_effort, "Quality of service of sensor data; default: reliable");
 }
 
@@ -193,6 +199,7 @@ bool ReadOptions(int argc, const char* const* argv, Options& options) {
     throw std::invalid_argument("which model? Say --model, or --config for several sensors.");
   if (options.is_recording) {
     param.input_type = PCAP;
+    UseCalibrationBeside(param);
   } else if (param.input_param.msop_port == 0) {
     throw std::invalid_argument("at which port do its packets arrive? Say --port.");
   }

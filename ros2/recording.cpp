@@ -76,8 +76,7 @@ std::string PublishRecording(const Options& options, const Participant& particip
         if (!topics.Publish(sample, received)) ++deliveries.samples_lost;
       }
       wait_for(origin.last_packet);
-      if (!cloud.points.empty())
-        ++(topics.Publish(cloud, origin.first_packet) ? deliveries.published : deliveries.not_taken);
+      if (!cloud.points.empty()) deliveries.Add(topics.Publish(cloud, origin.first_packet));
       if (const int64_t now = Nanoseconds(); now - last_report >= kSecond) {
         const double seconds = static_cast<double>(now - std::exchange(last_report, now)) * 1e-9;
         reports.Publish({Diagnose(origin.statistics, std::exchange(reported, origin.statistics), deliveries,

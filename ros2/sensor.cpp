@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -91,10 +92,11 @@ void Sensor::PublishLoop(const std::stop_token& stop) {
     for (const Sample& sample : samples) {
       if (!topics_.Publish(*sample.reading, sample.received)) ++samples_lost;
     }
-    const bool published = frame.cloud && topics_.Publish(*frame.cloud, frame.first_packet);
+    std::optional<Outcome> outcome;
+    if (frame.cloud) outcome = topics_.Publish(*frame.cloud, frame.first_packet);
     lock.lock();
     deliveries_.samples_lost += samples_lost;
-    if (frame.cloud) ++(published ? deliveries_.published : deliveries_.not_taken);
+    if (outcome) deliveries_.Add(*outcome);
   }
 }
 

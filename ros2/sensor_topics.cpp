@@ -24,8 +24,8 @@ SensorTopics::SensorTopics(const Participant& participant, const std::string& sp
       imu_(MakeWriter(participant, sensor_msgs_msg_dds__Imu__desc, space + "/imu/data_raw", delivery,
                       kImuDepth)) {}
 
-bool SensorTopics::Publish(const PointCloud<PointTime>& cloud, double captured) {
-  if (dds_get_matched_subscriptions(points_.get(), nullptr, 0) == 0) return true;  // nobody would miss it
+Outcome SensorTopics::Publish(const PointCloud<PointTime>& cloud, double captured) {
+  if (dds_get_matched_subscriptions(points_.get(), nullptr, 0) == 0) return Outcome::kNoReader;
   messages::FillPointCloud2(cloud, captured, options_, message_);
   std::vector<sensor_msgs_msg_dds__PointField_> fields;
   for (const messages::PointField& field : message_.fields)
@@ -43,7 +43,7 @@ bool SensorTopics::Publish(const PointCloud<PointTime>& cloud, double captured) 
   const auto bytes = static_cast<uint32_t>(message_.data.size());
   sample.data_ = {bytes, bytes, message_.data.data(), false};
   sample.is_dense_ = message_.is_dense;
-  return Write(points_, &sample);
+  return Write(points_, &sample) ? Outcome::kSent : Outcome::kNotTaken;
 }
 
 bool SensorTopics::Publish(const ImuMsg& reading, double received) {

@@ -9,6 +9,13 @@
 
 namespace orva::ros2 {
 
+/// What became of a cloud.
+enum class Outcome {
+  kSent,
+  kNoReader,  ///< nobody would have taken it
+  kNotTaken,  ///< DDS took it not in time: no reader gets it
+};
+
 /// A sensor's points and IMU samples. Used by one thread at a time.
 class SensorTopics {
  public:
@@ -16,9 +23,9 @@ class SensorTopics {
   SensorTopics(const Participant& participant, const std::string& space, Delivery delivery,
                messages::CloudOptions options);
 
-  /// `captured`: when the frame's first packet was received, seconds since the epoch. False where DDS took
-  /// the cloud not in time: no reader gets it.
-  bool Publish(const PointCloud<PointTime>& cloud, double captured);
+  /// `captured`: when the frame's first packet was received, seconds since the epoch.
+  Outcome Publish(const PointCloud<PointTime>& cloud, double captured);
+  /// False where DDS took the sample not in time: no reader gets it.
   bool Publish(const ImuMsg& sample, double received);
   /// Have so many readers of the points found it, and of the IMU samples?
   bool HasReaders(int count) const;

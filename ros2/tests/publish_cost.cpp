@@ -61,7 +61,7 @@ int main(int argc, char** argv) {
   const std::vector<double> times = Medians(
       200, [&] { std::memcpy(copy.data(), message.data.data(), message.data.size()); },
       [&] { orva::messages::FillPointCloud2(cloud, stamp, {}, message); },
-      [&] { not_taken += topics.Publish(cloud, stamp += 0.1) ? 0 : 1; });
+      [&] { not_taken += topics.Publish(cloud, stamp += 0.1) == orva::ros2::Outcome::kNotTaken; });
   std::printf(
       "%zu bytes, %d readers: memcpy %.0f us, message %.2f times that, published %.2f times; %d not taken\n",
       copy.size(), readers, times[0], times[1] / times[0], times[2] / times[0], not_taken);

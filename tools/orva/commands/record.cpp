@@ -25,6 +25,7 @@
 #include "formats/frame_export.h"
 #include "formats/output_file.h"
 #include "sessions/calibration_download.h"
+#include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/other_listeners.h"
 #include "sessions/packet_losses.h"

@@ -11,7 +11,6 @@
 #include "formats/output_file.h"
 #include "formats/pcd_reader.h"
 #include "picture/pictures.h"
-#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"

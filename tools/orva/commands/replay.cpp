@@ -11,7 +11,6 @@
 
 #include "commands/commands.h"
 #include "formats/frame_export.h"
-#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "sessions/frame_selection.h"

@@ -6,7 +6,6 @@
 
 #include "commands/commands.h"
 #include "feeds/show.h"
-#include "sessions/calibration_download.h"
 #include "sessions/calibration_files.h"
 #include "sessions/driver_options.h"
 #include "shared/failure.h"

@@ -112,31 +112,6 @@ void MoveInto(const fs::path& from, const fs::path& to) {
 
 }  // namespace
 
-std::string CalibrationFolderOf(const std::string& recording) {
-  constexpr size_t kNumber = 5;  // _0000, as record_files numbers them
-  fs::path folder(recording);
-  folder.replace_extension();
-  std::string name = folder;
-  const size_t at = name.size() < kNumber ? 0 : name.size() - kNumber;
-  const bool numbered = at > 0 && name[at] == '_' &&
-                        std::all_of(name.begin() + static_cast<std::ptrdiff_t>(at) + 1, name.end(),
-                                    [](char c) { return c >= '0' && c <= '9'; });
-  std::error_code ignored;
-  // A single recording may be called so by chance.
-  if (numbered && !fs::is_directory(name + ".calib", ignored)) name.resize(at);
-  return name + ".calib";
-}
-
-void UseCalibrationBeside(DriverParam& param) {
-  std::string& folder = param.calibration_param.calib_folder;
-  if (!folder.empty() || !TraitsOf(param.lidar_type).uses_calibration) return;
-  const std::string beside = CalibrationFolderOf(param.input_param.pcap_path);
-  std::error_code ignored;
-  if (!fs::is_directory(beside, ignored)) return;
-  folder = beside;
-  Say("calibration: " + beside + ", beside the recording");
-}
-
 void StoreCalibration(LidarType model, const CalibrationParam& sensor, const std::string& folder,
                       Existing existing) {
   if (!TraitsOf(model).uses_calibration) {

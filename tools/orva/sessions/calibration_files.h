@@ -28,6 +28,14 @@ CalibrationFiles ExamineCalibration(LidarType model, const std::string& folder);
 /// calibration pass in silence.
 bool CheckCalibration(const DriverParam& param, bool uncalibrated);
 
+/// Where a recording's calibration lies: beside it, street.calib for street.pcap and for the street_0000.pcap
+/// of a rotating one.
+std::string CalibrationFolderOf(const std::string& recording);
+
+/// Takes that folder for a recording that is to be opened without one, where the model uses one and it is
+/// there, and says so.
+void UseCalibrationBeside(DriverParam& param);
+
 /// Where the calibration in use comes from, in a few words.
 std::string CalibrationText(LidarType model, const DriverStatistics& statistics);
 
