@@ -56,7 +56,7 @@ void Run(const Options& options) {
     orva::CheckCalibration(setup.param, setup.uncalibrated);
   }
   orva::SpeakFor("");
-  for (const std::string& advice : orva::ros2::KernelAdvice()) Say(advice);
+  for (const std::string& advice : orva::ros2::KernelAdvice()) orva::Warn(advice);
   const orva::ros2::Participant participant;
   Say("publishing in the DDS domain " + std::to_string(participant.domain()));
   orva::CatchInterrupts();
@@ -71,17 +71,18 @@ void Run(const Options& options) {
 
 int main(int argc, char** argv) {
   constexpr int kFailed = 1, kWrongUsage = 2;
+  constexpr const char* kProgram = "orva-ros2";
   orva::CatchDriverLines();
   try {
     Options options;
     if (!orva::ros2::ReadOptions(argc, argv, options)) return 0;
     Run(options);
   } catch (const std::invalid_argument& error) {
-    Say(std::string("orva-ros2: ") + error.what());
+    orva::Complain(error.what(), kProgram);
     return kWrongUsage;
   } catch (const std::exception& error) {
     const std::string said = orva::DriverComplaints();
-    Say(std::string("orva-ros2: ") + error.what() + (said.empty() ? "" : "\nThe driver said:\n" + said));
+    orva::Complain(error.what() + (said.empty() ? "" : "\nThe driver said:\n" + said), kProgram);
     return kFailed;
   }
   return 0;

@@ -120,8 +120,8 @@ void Warn(const std::string& text) {
   Print("\033[33m", "warning: ", text);
 }
 
-void Complain(const std::string& text) {
-  Print("\033[31m", "orva: ", text);
+void Complain(const std::string& text, const std::string& program) {
+  Print("\033[31m", program + ": ", text);
 }
 
 Progress::Progress(std::string task, int total) : task_(std::move(task)), total_(total) {

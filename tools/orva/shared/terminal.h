@@ -25,8 +25,8 @@ void SpeakFor(const std::string& name);
 void Say(const std::string& text);     ///< not with --quiet
 void Detail(const std::string& text);  ///< with --verbose only
 void Warn(const std::string& text);
-/// "orva: " and the text, for the error that ends the run.
-void Complain(const std::string& text);
+/// The program's name and the text, for the error that ends the run.
+void Complain(const std::string& text, const std::string& program = "orva");
 
 /// A bar on the terminal's last line, with the lines of a report running above it. Where standard error is
 /// no terminal, or a dumb one, there is no bar, only the lines. With --quiet there is neither.
