@@ -121,5 +121,39 @@ TYPED_TEST(DecoderOracle, CutsAnEndlessFrame) {
   }
 }
 
+/// A filter distance that is not a number filters nothing itself, and does not keep the other one from it.
+TYPED_TEST(DecoderOracle, AgreesWhereADistanceOfTheNearFilterIsNotANumber) {
+  Random random(11);
+  for (const LidarType model : {TS4B, TS6}) {
+    for (const size_t broken : {1U, 3U}) {
+      DecoderRig<TypeParam> rig(model, OpenLimits());
+      float filter[8] = {90.0F, 500.0F, 150.0F, 500.0F, 5.0F, 5.0F, 2.0F, 0.0F};  // all distances are near
+      filter[broken] = std::numeric_limits<float>::quiet_NaN();
+      const auto calibration = PlausibleCalibration(random);
+      SetWeights(*calibration, {0.11F, 0.003F, -0.017F, 0.21F}, filter);
+      rig.Calibrate(*calibration);
+      for (int i = 0; i < 20; ++i) rig.Feed(PlausiblePacket(random, model));
+      ASSERT_NO_FATAL_FAILURE(rig.Compare());
+    }
+  }
+}
+
+/// Where the rule knows no longest frame, a frame end that never comes must not fill the memory.
+TYPED_TEST(DecoderOracle, CutsAFrameOfAMillionPoints) {
+  Random random(5);
+  for (const LidarType model : {NV2, TS4A}) {
+    SCOPED_TRACE(LayoutOf(model).name);
+    DecoderRig<TypeParam> rig(model, OpenLimits());
+    const Packet packet = PlausiblePacket(random, model);
+    const int most = 1'000'000 / LayoutOf(model).blocks;
+    for (int cut = 1; cut <= 2; ++cut) {
+      for (int i = 0; i < most; ++i) EXPECT_FALSE(rig.Feed(packet));
+      EXPECT_EQ(rig.frames.size(), static_cast<size_t>(cut - 1));
+      EXPECT_FALSE(rig.Feed(packet)) << "no frame end";
+      ASSERT_EQ(rig.frames.size(), static_cast<size_t>(cut));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace orva::test

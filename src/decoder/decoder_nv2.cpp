@@ -39,11 +39,15 @@ template <typename PC>
 bool NV2Impl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_t start) {
   const double now = this->owner_->GetTimeUTCWithUs(UTCBlock::Read(data + NV2Model::kUtc));
   bool ended = false;
+  bool cut = false;
   if (start < kBlocks) {
     ended = LineFell(static_cast<uint8_t>(NV2Model::Line::Read(data)));
-    if (this->owner_->point_cloud_) AppendLine(data, start, now);
+    if (this->owner_->point_cloud_) {
+      AppendLine(data, start, now);
+      cut = bound_.Exceeded(kBlocks - start, ended);
+    }
   }
-  if (ended && this->owner_->split_cb_) this->owner_->split_cb_(NV2Model::kConst.LASER_NUM, now);
+  if ((ended || cut) && this->owner_->split_cb_) this->owner_->split_cb_(NV2Model::kConst.LASER_NUM, now);
   PublishImu(data, now);
   return ended;
 }

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "decoder/append_points.h"
+#include "decoder/frame_bound.h"
 #include "decoder/frame_marker.h"
 #include "decoder/model_decoder.h"
 #include "decoder/packet_loops.h"
@@ -26,7 +27,7 @@ struct NV2Model {
   static constexpr double kImuRateScale = 2.0345e-05;  ///< half turns per second and count
 };
 
-/// A frame ends when the line number falls.
+/// A frame ends when the line number falls; one that goes on and on is cut.
 template <typename PC>
 class NV2Impl : public ModelImpl<PC, NV2Model> {
  public:
@@ -56,6 +57,7 @@ class NV2Impl : public ModelImpl<PC, NV2Model> {
   LineLoopInput input_{};
   const PacketLoops& loops_ = ChoosePacketLoops();
   PointAppender<PC, kBlocks> appender_;
+  FrameBound bound_;
   IMUBlock last_imu_;
   bool started_ = false;
   uint8_t previous_line_ = 0;

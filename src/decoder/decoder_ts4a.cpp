@@ -13,10 +13,12 @@ bool TS4AImpl<PC>::DecodeMsopPacket(const uint8_t* data, size_t /*len*/, uint16_
   uint16_t after = 0;
   const bool ended = FindFrameEnd(data, TS4AModel::kFirstBlock + TS4AModel::kBlockStride * start,
                                   TS4AModel::kBlockStride, static_cast<uint16_t>(kBlocks - start), after);
+  bool cut = false;
   if (this->owner_->point_cloud_) {
     appender_.Append(*this->owner_->point_cloud_, start, [](auto*) {});
+    cut = bound_.Exceeded(kBlocks - size_t{start}, ended);
   }
-  if (ended) this->EnableFinallyFrame();
+  if (ended || cut) this->EnableFinallyFrame();
   return ended;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "decoder/append_points.h"
+#include "decoder/frame_bound.h"
 #include "decoder/model_decoder.h"
 
 namespace tevoro::lidar {
@@ -13,8 +14,8 @@ struct TS4AModel {
   static constexpr size_t kBlockStride = 25;
 };
 
-/// TS4A: tracks the frames, measures nothing. Every block is a point at the origin, and calibration has
-/// nothing to act on.
+/// TS4A: tracks the frames, and cuts one that goes on and on; measures nothing. Every block is a point at the
+/// origin, and calibration has nothing to act on.
 template <typename PC>
 class TS4AImpl : public ModelImpl<PC, TS4AModel> {
  public:
@@ -25,6 +26,7 @@ class TS4AImpl : public ModelImpl<PC, TS4AModel> {
 
  private:
   PointAppender<PC, TS4AModel::kConst.BLOCKS_PER_PKT> appender_;
+  FrameBound bound_;
 };
 
 template <typename PC>

@@ -303,7 +303,9 @@ void GridPacket<Model>::ComputeDistances(const DistanceCalibration& calibration)
   const float weight = calibration.weight[1];
   const double constant = calibration.weight[3];
   const NearFilter& filter = calibration.filter;
-  const float reach = filter.near > filter.very_near ? filter.near : filter.very_near;
+  // The farther one; one that is NaN filters nothing itself.
+  const bool near_reaches_farther = filter.near > filter.very_near || filter.very_near != filter.very_near;
+  const float reach = near_reaches_farther ? filter.near : filter.very_near;
   for (size_t i = 0; i < kBlocks; i += kLanes) {
     const Floats metres =
         Narrow((Widen(time_of_flight + i) * kUnitsPerCount - kOffset) * Model::kMetresPerUnit);
