@@ -170,7 +170,11 @@ bool InputPcap::Rewind() {
   std::unique_ptr<char[]> buffer;
   pcap_t* handle = OpenCapture(std::move(file), buffer);
   if (handle == nullptr) return false;
+  // Both streams have one place in the file, and closing the one before may move it.
+  const int descriptor = fileno(pcap_file(handle));
+  const off_t place = lseek(descriptor, 0, SEEK_CUR);
   handle_.reset(handle);  // before the buffer that the one before reads through
+  lseek(descriptor, place, SEEK_SET);
   file_buffer_ = std::move(buffer);
   known_ = ftello(pcap_file(handle));
   return true;

@@ -48,6 +48,7 @@ class PcapManager<PC>::Impl {
   void IndexRecord();
   void PlayFirstPacket(const PlayRequest::Turn& turn);
   void PlayNextPacket(const PlayRequest::Turn& turn);
+  bool ReadRecord(PacketView& packet, long* position, bool record, int& length);
   void CountRecord(int length);
 
   Delivery<PC> delivery_;
@@ -67,7 +68,7 @@ class PcapManager<PC>::Impl {
   Counter received_;
   Counter received_bytes_;
   Counter not_for_us_;
-  Counter index_out_of_memory_;
+  Counter out_of_memory_;  ///< beside what the delivery counts
 
   WorkerThread thread_{"orva-replay"};  // last: ends before what it uses
 };
@@ -147,18 +148,19 @@ template <typename PC>
 void PcapManager<PC>::Impl::IndexRecord() {
   long position = 0;
   PacketView packet;
-  const int length = input_->NextPacket(packet, &position, true);
+  int length = 0;
+  if (!ReadRecord(packet, &position, true, length)) return;
   if (length >= 0) index_records_.Add();
   if (length == 0) index_not_for_us_.Add();
   if (length > 0) {
-    Survives(index_out_of_memory_, [&] {
+    Survives(out_of_memory_, [&] {
       uint16_t seq = 0;
       const bool new_frame = decoder_->toSplite(packet.data, packet.length, seq);
       // The first packet for us opens frame 0, even one that the decoder refuses.
       if (new_frame || frame_index_.empty()) frame_index_.push_back({position, seq});
     });
   } else if (length < 0) {
-    Survives(index_out_of_memory_, [] { PrintLine(Colour::kGreen, "pcap file is load finished!"); });
+    Survives(out_of_memory_, [] { PrintLine(Colour::kGreen, "pcap file is load finished!"); });
     load_finished_ = true;
   }
 }
@@ -168,7 +170,8 @@ void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn) {
   const std::lock_guard<std::mutex> lock(replay_lock_);
   FramePosPackage entry = frame_index_[static_cast<size_t>(turn.frame)];
   PacketView packet;
-  const int length = input_->NextPacket(packet, &entry.position, false);
+  int length = 0;
+  if (!ReadRecord(packet, &entry.position, false, length)) return;
   CountRecord(length);
   if (length <= 0) return;  // the next turn tries again
   plays_.Add();
@@ -180,7 +183,8 @@ void PcapManager<PC>::Impl::PlayFirstPacket(const PlayRequest::Turn& turn) {
 template <typename PC>
 void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn) {
   PacketView packet;
-  const int length = input_->NextPacket(packet, nullptr, false);
+  int length = 0;
+  if (!ReadRecord(packet, nullptr, false, length)) return;
   CountRecord(length);
   if (length > 0) {
     if (delivery_.Decode(*decoder_, packet, 0)) play_request_.Finish(turn);
@@ -188,6 +192,12 @@ void PcapManager<PC>::Impl::PlayNextPacket(const PlayRequest::Turn& turn) {
     decoder_->EnableFinallyFrame();
     play_request_.Finish(turn);
   }
+}
+
+/// False, and counted, when memory ran out: the file then stands before the record or behind it.
+template <typename PC>
+bool PcapManager<PC>::Impl::ReadRecord(PacketView& packet, long* position, bool record, int& length) {
+  return Survives(out_of_memory_, [&] { length = input_->NextPacket(packet, position, record); });
 }
 
 /// Counts what a read of a play gave.
@@ -218,7 +228,7 @@ DriverStatistics PcapManager<PC>::Impl::ReadStatistics() const {
     now.index_refused_length = indexed.wrong_length.Value();
     now.index_refused_identifier = indexed.wrong_identifier.Value();
     now.calibration = calibration_;
-    now.out_of_memory = delivery_.OutOfMemory() + index_out_of_memory_.Value();
+    now.out_of_memory = delivery_.OutOfMemory() + out_of_memory_.Value();
     return now;
   });
 }
