@@ -29,7 +29,7 @@ double SystemTime() {
   return std::chrono::duration<double>(since).count();
 }
 
-Message Text(const Json& json) {
+Message JsonMessage(const Json& json) {
   const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
   return {std::make_shared<const Bytes>(text.begin(), text.end()), true};
 }
@@ -72,7 +72,8 @@ bool FoxgloveClient::Receive(std::string_view text) {
         held += numbers.size();
       }
       if (channel < kPoints || channel > kStatistics || held >= kMostSubscriptions) {
-        queue_.push_back(Text({{"op", "status"}, {"level", 2}, {"message", "no such channel, or too many"}}));
+        queue_.push_back(
+            JsonMessage({{"op", "status"}, {"level", 2}, {"message", "no such channel, or too many"}}));
         break;
       }
       Subscribers(channel).insert(id);
@@ -89,13 +90,13 @@ bool FoxgloveClient::Receive(std::string_view text) {
 
 std::optional<Message> FoxgloveClient::Next() {
   if (greeting_ < 2) {
-    return ++greeting_ == 1 ? Text({{"op", "serverInfo"},
-                                    {"name", "orva view: " + feed_.subject().title},
-                                    {"capabilities", Json::array()},
-                                    {"supportedEncodings", Json::array()},
-                                    {"metadata", {{"model", feed_.subject().model}}},
-                                    {"sessionId", std::to_string(id_)}})
-                            : Text({{"op", "advertise"}, {"channels", Channels(feed_.subject())}});
+    return ++greeting_ == 1 ? JsonMessage({{"op", "serverInfo"},
+                                           {"name", "orva view: " + feed_.subject().title},
+                                           {"capabilities", Json::array()},
+                                           {"supportedEncodings", Json::array()},
+                                           {"metadata", {{"model", feed_.subject().model}}},
+                                           {"sessionId", std::to_string(id_)}})
+                            : JsonMessage({{"op", "advertise"}, {"channels", Channels(feed_.subject())}});
   }
   if (queue_.empty()) {
     Prepare();

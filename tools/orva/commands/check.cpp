@@ -16,7 +16,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kCheckExamples =
     "The report goes to standard output; --verbose lists ignored files too.\n"
     "Exit codes: 0 the driver accepts the folder, 1 it does not, 2 wrong usage.\n"
     "Example:\n"
@@ -71,7 +71,7 @@ void AddCheck(CLI::App& app) {
   command->add_option("FOLDER", options->folder, "The folder of calibration files")->required();
   AddModelOption(*command, options->model)->required();
   command->add_flag("--json", options->json, "The report as one JSON object");
-  command->footer(kExamples);
+  command->footer(kCheckExamples);
   command->callback([options] { Check(*options); });
 }
 

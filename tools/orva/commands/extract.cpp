@@ -19,7 +19,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kExtractExamples =
     "IN is a pcap or pcapng file, also compressed by gzip or zstd; - is standard\n"
     "input. Several are merged by time. OUT is a pcap file that the driver reads: VLAN\n"
     "tags are stripped and IP fragments put together, payloads and times stay.\n"
@@ -125,7 +125,7 @@ void AddExtract(CLI::App& app) {
       ->check(CLI::IsMember({"source"}))
       ->type_name("source");
   command->add_flag("--force", options->force, "Replace a file that exists");
-  command->footer(kExamples);
+  command->footer(kExtractExamples);
   command->callback([options] { RunExtract(*options); });
 }
 

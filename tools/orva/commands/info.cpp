@@ -14,7 +14,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kInfoExamples =
     "The report goes to standard output. GAP S is the longest time between two\n"
     "packets, PAUSES are gaps of more than 0.1 s.\n"
     "Exit codes: 0 the driver gets frames out of it, 1 it gets none, 2 wrong usage.\n"
@@ -34,7 +34,7 @@ void AddInfo(CLI::App& app) {
   const auto options = std::make_shared<InfoOptions>();
   command->add_option("FILE", options->path, "The recording, a pcap or pcapng file")->required();
   command->add_flag("--json", options->json, "The report as one JSON object");
-  command->footer(kExamples);
+  command->footer(kInfoExamples);
   command->callback([options] {
     Survey survey;
     {

@@ -37,7 +37,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kExamples =
+constexpr const char* kLiveExamples =
     "Examples:\n"
     "  orva live --model TS4B --port 6699 --calib calib/\n"
     "  orva live --model TS6 --port 6699 --sensor 192.168.1.200 --command-port 6690 \\\n"
@@ -359,7 +359,7 @@ void AddLive(CLI::App& app) {
                            "--distance", "--azimuth", "--elevation", "--mount"}) {
     config->excludes(command->get_option(name));
   }
-  command->footer(kExamples);
+  command->footer(kLiveExamples);
   command->callback([options] { RunLive(*options); });
 }
 

@@ -43,7 +43,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kExamples =
+constexpr const char* kRecordExamples =
     "Every datagram is recorded as it came, also of a wrong length; one of more than\n"
     "1546 bytes is cut there, an empty one left out. Sender and link addresses are not\n"
     "known to the driver: the capture holds zeros and made-up ones.\n"
@@ -293,7 +293,7 @@ void AddRecord(CLI::App& app) {
   AddForceOption(*command, options->existing);
   AddDurationOption(*command, options->seconds);
   AddNumber(*command, "--packets", options->packets, 1, 1'000'000'000'000, "End after so many packets");
-  command->footer(kExamples);
+  command->footer(kRecordExamples);
   command->callback([options] { Record(*options); });
 }
 

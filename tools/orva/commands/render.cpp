@@ -28,7 +28,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kExamples =
+constexpr const char* kRenderExamples =
     "Examples:\n"
     "  orva render street.pcap --model TS4B --calib calib/ --out pictures/\n"
     "      draws pictures/frame_0000_birdseye.png and pictures/frame_0000_range.png\n"
@@ -145,7 +145,7 @@ void AddRender(CLI::App& app) {
       ->default_str("0")
       ->type_name("M");
   AddForceOption(*command, options->existing);
-  command->footer(kExamples);
+  command->footer(kRenderExamples);
   command->callback([options] {
     UseCalibrationBeside(options->param);
     Render(*options);

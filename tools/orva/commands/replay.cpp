@@ -27,7 +27,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kReplayExamples =
     "Examples:\n"
     "  orva replay street.pcap --model TS4B --calib calib/\n"
     "      shows what the recording holds\n"
@@ -158,7 +158,7 @@ void AddReplay(CLI::App& app) {
   AddExportOptions(*command, options->files);
   command->add_flag("--json", options->json,
                     "A JSON object a line on standard output, for each frame and at the end");
-  command->footer(kExamples);
+  command->footer(kReplayExamples);
   command->callback([options] {
     UseCalibrationBeside(options->param);
     Replay(*options);

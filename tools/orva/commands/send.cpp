@@ -30,7 +30,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kSendExamples =
     "Any recording that 'orva extract' reads will do. Packets are sent as they were\n"
     "recorded, from an address of this machine, when their capture times say.\n"
     "Examples:\n"
@@ -219,7 +219,7 @@ void AddSend(CLI::App& app) {
   AddDurationOption(*command, options->seconds);
   AddSenderOptions(*command, options->selection);
   AddTimeWindow(*command, options->selection.window, "--until");
-  command->footer(kExamples);
+  command->footer(kSendExamples);
   command->callback([options] { RunSend(*options); });
 }
 

@@ -17,7 +17,7 @@
 namespace orva {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kViewExamples =
     "Examples:\n"
     "  orva view street.pcap --model TS4B --calib calib/ --open\n"
     "  orva view --live --model TS6 --port 6699 --calib calib/\n"
@@ -71,7 +71,7 @@ void AddView(CLI::App& app) {
   command->add_option("--allow-origin", options->show.origins, "A page from elsewhere that may connect")
       ->type_name("URL");
   command->add_flag("--open", options->show.open, "Open the page in the browser");
-  command->footer(kExamples);
+  command->footer(kViewExamples);
   command->callback([options] { View(*options); });
 }
 
