@@ -10,6 +10,7 @@
 #include "expect.h"
 #include "input/input_pcap.h"
 #include "input/link_header.h"
+#include "input/record_time.h"
 #include "support/capture_file.h"
 #include "targets.h"
 
@@ -58,8 +59,9 @@ std::vector<std::pair<int, double>> Filtered(const uint8_t* data, size_t size, u
     if (pcap_offline_filter(&filter, header, record) == 0 || header->caplen < header->len) continue;
     const auto offset = tevoro::lidar::PayloadOffset(pcap_datalink(handle), record, header->caplen);
     if (!offset || header->len <= *offset || header->len - *offset > 1546) continue;
-    packets.emplace_back(header->len - *offset, static_cast<double>(header->ts.tv_sec) +
-                                                    static_cast<double>(header->ts.tv_usec) * 1e-6);
+    const int64_t seconds = tevoro::lidar::SecondsOf(header->ts, tevoro::lidar::IsPcapng(handle));
+    packets.emplace_back(header->len - *offset,
+                         static_cast<double>(seconds) + static_cast<double>(header->ts.tv_usec) * 1e-6);
   }
   pcap_close(handle);
   return packets;

@@ -77,6 +77,28 @@ TEST_F(StatisticsTest, ReplayCountsPlaysApartFromTheIndexPass) {
   EXPECT_EQ(times_, (std::vector<double>{1700000000, 1700000002, 1700000004, 1700000005}));
 }
 
+TEST_F(StatisticsTest, ReplayTellsTimesAfter2038) {
+  const TempFolder folder;
+  const DriverParam param = ReplayParam(TS4B, folder.Path("late.pcap"));
+  Tap();
+  for (const Encoding encoding : {Encoding::kMicroseconds, Encoding::kNanoseconds, Encoding::kOtherByteOrder,
+                                  Encoding::kPcapngSeconds}) {
+    SCOPED_TRACE(static_cast<int>(encoding));
+    std::vector<double> wanted = {2'147'483'647, 2'147'483'648, 2'200'000'000, 4'294'967'295};
+    if (encoding == Encoding::kPcapngSeconds) wanted.push_back(5'000'000'000);
+    {
+      CaptureFile file(param.input_param.pcap_path, encoding);
+      for (const double time : wanted) {
+        file.At(static_cast<uint64_t>(time), 0).Datagram(kRecordingPort, Packet(TS4B).bytes());
+      }
+    }
+    times_.clear();
+    ASSERT_EQ(player_.Open(param), 1);
+    ASSERT_NE(player_.Play(0), nullptr);
+    EXPECT_EQ(times_, wanted);
+  }
+}
+
 TEST_F(StatisticsTest, EveryDatagramIsAccountedForWhileAndAfter) {
   Tap();
   const DriverParam param = LiveParam(TS6);

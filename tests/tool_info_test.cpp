@@ -106,6 +106,16 @@ TEST(ToolInfo, EverySkippedRecordHasItsReason) {
   EXPECT_THAT(Orva("info " + path).text, HasSubstr("2 senders share port 7000"));
 }
 
+TEST(ToolInfo, TellsTimesAfter2038) {
+  const TempFolder folder;
+  const std::string late = folder.Path("late.pcap"), cut = folder.Path("cut.pcap");
+  CaptureFile(late).At(2'200'000'000, 0).Datagram(7000, Bytes(9, 7)).Datagram(7000, Bytes(9, 8));
+  const Outcome extract = Orva("extract " + late + " " + cut + " --from 2039-09-18T23:06:41");
+  ASSERT_EQ(extract.exit_code, 0) << extract.text;
+  EXPECT_THAT(Orva("info --json " + late).text, HasSubstr(R"("first":2200000000.000000,)"));
+  EXPECT_THAT(Orva("info --json " + cut).text, HasSubstr(R"("first":2200000001.000000,)"));
+}
+
 TEST(ToolInfo, SurvivesWhatIsNoRecording) {
   const TempFolder folder;
   const Bytes whole = orva::test::ReadBytes(Simulate(folder, NV2));

@@ -12,15 +12,13 @@
 
 #include "common/console.h"
 #include "input/link_header.h"
+#include "input/record_time.h"
 
 namespace tevoro::lidar {
 namespace {
 
 /// The C library's 4 KiB would mean a system call for every third packet.
 constexpr size_t kFileBuffer = 64 * 1024;
-
-/// Of the file format, as libpcap tells it; a classic capture has 2.
-constexpr int kPcapngMajorVersion = 1;
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -89,7 +87,7 @@ bool InputPcap::Init() {
   pcap_freecode(&filter_.program);
   if (pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
     return false;
-  is_pcapng_ = pcap_major_version(handle_.get()) == kPcapngMajorVersion;
+  is_pcapng_ = IsPcapng(handle_.get());
   marks_.clear();
   known_ = noted_ = ftello(pcap_file(handle_.get()));
   return true;
@@ -208,7 +206,8 @@ int InputPcap::NextPacket(PacketView& packet, long* position, bool record, size_
   const size_t length = header->len - *offset;
   if (length > largest || length == 0) return 0;
   packet = {data + *offset, length,
-            static_cast<double>(header->ts.tv_sec) + static_cast<double>(header->ts.tv_usec) * 1e-6};
+            static_cast<double>(SecondsOf(header->ts, is_pcapng_)) +
+                static_cast<double>(header->ts.tv_usec) * 1e-6};
   return static_cast<int>(length);
 }
 

@@ -73,7 +73,7 @@ class CaptureFile {
   CaptureFile& operator=(const CaptureFile&) = delete;
 
   /// When the next record comes; each later one comes a second after the one before.
-  CaptureFile& At(uint32_t second, uint32_t fraction) {
+  CaptureFile& At(uint64_t second, uint32_t fraction) {
     second_ = second;
     fraction_ = fraction;
     return *this;
@@ -84,8 +84,8 @@ class CaptureFile {
     const auto captured = static_cast<uint32_t>(length - cut);
     const uint32_t block = 32 + (captured + 3) / 4 * 4;
     const bool pcapng = IsPcapng();
-    if (pcapng) Words({6, block, count_++ % interfaces_, 0});
-    Words({second_++});
+    if (pcapng) Words({6, block, count_++ % interfaces_, static_cast<uint32_t>(second_ >> 32)});
+    Words({static_cast<uint32_t>(second_++)});
     if (!pcapng) Words({fraction_});
     Words({captured, length});
     bytes_.insert(bytes_.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(captured));
@@ -111,7 +111,7 @@ class CaptureFile {
   const Encoding encoding_;
   const uint32_t interfaces_;
   uint32_t count_ = 0;
-  uint32_t second_ = 1700000000;  ///< in a pcapng, in the unit of its interfaces
+  uint64_t second_ = 1700000000;  ///< in a pcapng, in the unit of its interfaces; else 32 bits
   uint32_t fraction_ = 0;         ///< micro- or nanoseconds, as the file counts; a pcapng has none
   Bytes bytes_;
 };

@@ -8,6 +8,7 @@
 
 #include "captures/capture_check.h"
 #include "input/link_header.h"
+#include "input/record_time.h"
 #include "shared/failure.h"
 
 namespace orva {
@@ -22,8 +23,8 @@ ssize_t ReadCookie(void* cookie, char* to, size_t size) {
       static_cast<RecordedBytes*>(cookie)->Read(reinterpret_cast<uint8_t*>(to), size));
 }
 
-int64_t TimeOf(const timeval& time) {
-  return std::clamp<int64_t>(time.tv_sec, 0, kLatest) * kSecond +
+int64_t TimeOf(const timeval& time, bool is_pcapng) {
+  return std::clamp<int64_t>(tevoro::lidar::SecondsOf(time, is_pcapng), 0, kLatest) * kSecond +
          std::clamp<int64_t>(time.tv_usec, 0, kSecond - 1);
 }
 
@@ -66,7 +67,8 @@ bool CaptureReader::Next(Record& record) {
                                            : "";
     return false;
   }
-  record = {TimeOf(header->ts), {data, header->caplen}, std::max(header->len, header->caplen)};
+  const int64_t time = TimeOf(header->ts, tevoro::lidar::IsPcapng(capture_.get()));
+  record = {time, {data, header->caplen}, std::max(header->len, header->caplen)};
   return true;
 }
 

@@ -19,6 +19,7 @@
 #include "decoder/decoder_ts6.h"
 #include "decoder/frame_marker.h"
 #include "input/link_header.h"
+#include "input/record_time.h"
 #include "shared/failure.h"
 
 namespace orva {
@@ -175,9 +176,9 @@ void AddDatagram(Survey& survey, const Datagram& datagram, int64_t time) {
 }
 
 /// A pcapng may name any 64-bit time.
-int64_t MicrosecondsOf(const timeval& time) {
+int64_t MicrosecondsOf(const timeval& time, bool is_pcapng) {
   constexpr int64_t kLatest = 1'000'000'000'000;
-  return std::clamp<int64_t>(time.tv_sec, 0, kLatest) * 1'000'000 +
+  return std::clamp<int64_t>(tevoro::lidar::SecondsOf(time, is_pcapng), 0, kLatest) * 1'000'000 +
          std::clamp<int64_t>(time.tv_usec, 0, 999'999);
 }
 
@@ -244,13 +245,13 @@ Survey SurveyCapture(const std::string& path, const SurveyProgress& progress) {
   const char* name = pcap_datalink_val_to_description(survey.link_type);
   survey.link_name = name != nullptr ? name : "unknown";
   survey.supported = tevoro::lidar::LinkHeaderLength(survey.link_type).has_value();
-  survey.is_pcapng = pcap_major_version(capture.get()) == 1;
+  survey.is_pcapng = tevoro::lidar::IsPcapng(capture.get());
 
   pcap_pkthdr* header = nullptr;
   const u_char* record = nullptr;
   int result = 0;
   while ((result = pcap_next_ex(capture.get(), &header, &record)) == 1) {
-    const int64_t time = MicrosecondsOf(header->ts);
+    const int64_t time = MicrosecondsOf(header->ts, survey.is_pcapng);
     survey.records.Add(time);
     if (survey.records.count % kRecordsPerStep == 0 &&
         !progress(no_size ? 0.0 : static_cast<double>(std::ftell(pcap_file(capture.get()))) / size)) {
