@@ -9,6 +9,7 @@
 #include "support/console_capture.h"
 #include "support/player.h"
 #include "support/recording.h"
+#include "support/same.h"
 #include "support/temp_folder.h"
 
 namespace orva::test {
@@ -109,6 +110,27 @@ TEST_F(Facade, GivesAFreshCloudItsRoomAtOnce) {
   ASSERT_NE(again, nullptr);
   ASSERT_GT(again->points.size(), 100U);
   EXPECT_EQ(again->points.capacity(), again->points.size());
+}
+
+/// An application's own, which keeps its points elsewhere.
+struct OwnCloud : Cloud {
+  void PushPoint(const PointTime& point) override { own.push_back(point); }
+  std::vector<PointTime> own;
+};
+
+TEST_F(Facade, EveryPointGoesThroughTheCloudsOwnPushPoint) {
+  unsigned made = 0;
+  Player<Cloud> player(
+      [&made] { return made++ % 2 == 0 ? std::make_shared<OwnCloud>() : std::make_shared<Cloud>(); });
+  ASSERT_GT(player.Open(param_), 1);
+  for (int round = 0; round < 2; ++round) {  // the two take turns
+    const auto derived = std::static_pointer_cast<OwnCloud>(player.Play(1));
+    const auto plain = player.Play(1);
+    ASSERT_TRUE(derived != nullptr && plain != nullptr);
+    EXPECT_TRUE(derived->points.empty());
+    ASSERT_GT(plain->points.size(), 100U);
+    ExpectSamePoints(derived->own, plain->points);
+  }
 }
 
 TEST_F(Facade, AnExceptionOfTheFirstGetCallbackReachesTheCaller) {
