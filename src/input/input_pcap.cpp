@@ -25,6 +25,10 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
+bool Seek(std::FILE* file, long position) {
+  return fseeko(file, position, SEEK_SET) == 0;
+}
+
 /// Lets libpcap read the file through `buffer`. Null, and the file is closed, for what is not a capture.
 pcap_t* OpenCapture(File owner, std::unique_ptr<char[]>& buffer) {
   if (!owner) return nullptr;
@@ -39,7 +43,7 @@ pcap_t* OpenCapture(File owner, std::unique_ptr<char[]>& buffer) {
   }
   owner.release();  // libpcap's from here on
   // After one seek the C library keeps count of the offset; before, each ftell is a system call.
-  fseeko(file, ftello(file), SEEK_SET);
+  Seek(file, ftello(file));
   return handle;
 }
 
@@ -49,19 +53,6 @@ File OpenFile(const std::string& path) {
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   return File(std::fopen(path.c_str(), "rbe"));
 }
-
-/// Takes a file back to where it stands now, whatever happens meanwhile.
-class Place {
- public:
-  explicit Place(std::FILE* file) : file_(file), position_(ftello(file)) {}
-  Place(const Place&) = delete;
-  Place& operator=(const Place&) = delete;
-  ~Place() { fseeko(file_, position_, SEEK_SET); }
-
- private:
-  std::FILE* file_;
-  long position_;
-};
 
 }  // namespace
 
@@ -96,13 +87,13 @@ bool InputPcap::Init() {
 bool InputPcap::ReadRecord(pcap_pkthdr** header, const u_char** data) {
   if (!is_pcapng_) return pcap_next_ex(handle_.get(), header, data) >= 0;
   const long position = ftello(pcap_file(handle_.get()));
+  if (!NoteMarks(position)) return false;
   if (!KnowsInterfaces(position) && !ReadUpTo(position)) return false;
   return ReadNoted(header, data) >= 0;
 }
 
-bool InputPcap::KnowsInterfaces(long position) {
+bool InputPcap::KnowsInterfaces(long position) const {
   if (position == known_) return true;
-  NoteMarks(position);
   const auto [first, last] = std::minmax(position, known_);
   const auto mark = std::lower_bound(marks_.begin(), marks_.end(), first,
                                      [](const Mark& m, long place) { return m.position < place; });
@@ -114,39 +105,34 @@ bool InputPcap::KnowsInterfaces(long position) {
 bool InputPcap::ReadUpTo(long position) {
   const auto section = std::find_if(marks_.rbegin(), marks_.rend(),
                                     [=](const Mark& m) { return m.section && m.position < position; });
-  if (section == marks_.rend()) {
-    if (!Rewind()) return false;
-  } else {
-    fseeko(pcap_file(handle_.get()), section->position, SEEK_SET);
-  }
+  const bool found = section != marks_.rend();
+  if (!(found ? Seek(pcap_file(handle_.get()), section->position) : Rewind())) return false;
   std::FILE* file = pcap_file(handle_.get());
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   while (ftello(file) < position) {
     if (ReadNoted(&header, &data) < 0) return false;
   }
-  fseeko(file, position, SEEK_SET);
-  return true;
+  return Seek(file, position);
 }
 
 int InputPcap::ReadNoted(pcap_pkthdr** header, const u_char** data) {
   const int result = pcap_next_ex(handle_.get(), header, data);
   known_ = ftello(pcap_file(handle_.get()));
-  NoteMarks(known_);
-  return result;
+  return NoteMarks(known_) ? result : PCAP_ERROR;
 }
 
-void InputPcap::NoteMarks(long end) {
+bool InputPcap::NoteMarks(long end) {
   constexpr uint32_t kSection = 0x0A0D0D0A;  // the same in either byte order
   constexpr uint32_t kInterface = 1;
   constexpr uint32_t kSmallestBlock = 12;
-  if (noted_ >= end) return;
+  if (noted_ >= end) return true;
   std::FILE* file = pcap_file(handle_.get());
-  const Place place(file);
+  const long place = ftello(file);
   const bool swapped = pcap_is_swapped(handle_.get()) != 0;  // one order in the whole file, or libpcap stops
   uint32_t block[2];                                         // type, length
   while (noted_ < end) {
-    fseeko(file, noted_, SEEK_SET);
+    if (!Seek(file, noted_)) return false;
     if (std::fread(block, sizeof(block), 1, file) != 1) break;
     const uint32_t type = swapped ? __builtin_bswap32(block[0]) : block[0];
     const uint32_t length = swapped ? __builtin_bswap32(block[1]) : block[1];
@@ -154,6 +140,7 @@ void InputPcap::NoteMarks(long end) {
     if (length < kSmallestBlock) break;
     noted_ += long{length};
   }
+  return Seek(file, place);
 }
 
 bool InputPcap::Rewind() {
@@ -191,8 +178,8 @@ int InputPcap::NextPacket(PacketView& packet, long* position, bool record, size_
     std::FILE* file = pcap_file(handle_.get());
     if (record) {
       *position = ftello(file);
-    } else {
-      fseeko(file, *position, SEEK_SET);
+    } else if (!Seek(file, *position)) {
+      return -1;
     }
   }
 

@@ -52,12 +52,13 @@ class InputPcap : public Input {
   // A pcapng file consists of sections that describe their own interfaces, at any place before their packets:
   // the link type of a record, and the unit of its time. libpcap counts the interfaces that it reads, so
   // before a record it must have read those of its section that stand before the record, and no other.
-  bool KnowsInterfaces(long position);
+  bool KnowsInterfaces(long position) const;
   bool ReadUpTo(long position);
   int ReadNoted(pcap_pkthdr** header, const u_char** data);
   /// Notes the sections and interfaces that begin before `end`, from the end of the first interface on: up to
-  /// there libpcap reads when it opens the file, and passes over sections that it would refuse later.
-  void NoteMarks(long end);
+  /// there libpcap reads when it opens the file, and passes over sections that it would refuse later. False
+  /// where the file no longer stands as it did.
+  bool NoteMarks(long end);
   /// Opens the file once more, as it is: how libpcap opens one, no seek repeats.
   bool Rewind();
 
