@@ -40,9 +40,10 @@
 //   Set-up failures come back as `false`. Packet faults go to the exception callback. The library itself
 //   throws nothing at the application (out of memory excepted).
 //
-// It prints whole lines to standard output, and to standard error why a socket or a file cannot be opened;
-// SetOrvaConsole sends them elsewhere. docs/console-lines.md lists them, docs/calibration.md describes the
-// calibration folder.
+// It prints whole lines to standard output, and to standard error why a socket cannot be opened, a thread not
+// be started, or a call on them fails later. Of a capture file that cannot be opened it prints the path
+// alone. SetOrvaConsole sends the lines elsewhere. docs/console-lines.md lists them, docs/calibration.md
+// describes the calibration folder.
 #ifndef ORVA_DRIVER_H_
 #define ORVA_DRIVER_H_
 
@@ -338,12 +339,12 @@ class ORVA_API OrvaDriver {
   /// Sets everything up: decoder, calibration, socket or file. Releases the set-up of an earlier call
   /// first (and joins its threads), also when it then fails. False, after a line on the console, when the
   /// model or input type is unknown, a socket cannot be opened, or the capture file is no capture, missing
-  /// or of an unknown link type; the driver is then as before its first InitDriver. A missing
-  /// or unusable calibration folder is not a failure: points then come uncalibrated.
+  /// (the line then only names it) or of an unknown link type; the driver is then as before its first
+  /// InitDriver. A missing or unusable calibration folder is not a failure: points then come uncalibrated.
   bool InitDriver(const DriverParam& param);
-  /// Starts the threads. True also when they run already; false without a successful InitDriver, or when
-  /// the system refuses a thread. After Stop it goes on; replay neither rewinds nor forgets its index, while
-  /// a calibration download that was broken off begins anew.
+  /// Starts the threads. True also when they run already; false without a successful InitDriver, or, after a
+  /// line on the console, when the system refuses a thread. After Stop it goes on; replay neither rewinds nor
+  /// forgets its index, while a calibration download that was broken off begins anew.
   bool Start();
   /// Ends and joins the threads; a live driver may take 100 ms for it, with calib_from_lidar 300 ms. Waits
   /// for a callback that is running, so hold no lock here that a callback needs. Harmless when repeated, and

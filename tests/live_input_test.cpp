@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <cerrno>
+
+#include "common/failure_report.h"
 #include "input/input_sock.h"
 #include "input/udp_select.h"
 #include "online/sync_queue.h"
@@ -15,6 +18,7 @@ namespace orva::test {
 namespace {
 
 using tevoro::lidar::Buffer;
+using tevoro::lidar::FailureReport;
 using tevoro::lidar::InputSock;
 using tevoro::lidar::PACKET_BUFFER_SIZE;
 using tevoro::lidar::SyncQueue;
@@ -130,7 +134,32 @@ TEST(InputSock, WorksAboveSelectsDescriptorLimit) {
   for (const int filler : fillers) close(filler);
 }
 
+TEST(FailureReport, NamesAFailureOnceUntilItHasPassedOrChanged) {
+  const ConsoleCapture errors(STDERR_FILENO);
+  FailureReport report("call failed");
+  for (const int error : {EIO, EIO, ENOMEM, ENOMEM, 0, 0, ENOMEM, ENOMEM}) {
+    error == 0 ? report.Succeeded() : report.Failed(error);
+  }
+  const std::string memory = "call failed: Cannot allocate memory\n";
+  EXPECT_EQ(errors.Text(), "call failed: Input/output error\n" + memory + memory);
+}
+
+TEST(CommandChannel, NamesAFailureToSendOnceUntilItHasPassed) {
+  const UdpPeer sensor;
+  UDPSelect channel(CommandParam(sensor.Port()));
+  ASSERT_TRUE(channel.Init());
+  const ConsoleCapture errors(STDERR_FILENO);
+  const std::string large(70'000, 'x');
+  std::string said;
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(channel.SendData(large.data(), static_cast<int>(large.size())));
+    EXPECT_EQ(errors.Text(), said += "sendto failed: Message too long\n");
+    EXPECT_TRUE(channel.SendData("fits", 4));
+  }
+}
+
 TEST(CommandChannel, LearnsFromTheFirstDatagramEachFieldOnItsOwn) {
+  const ConsoleCapture errors(STDERR_FILENO);
   const UdpPeer first, second;
   const struct {
     const char* lidar_ip;
@@ -154,6 +183,7 @@ TEST(CommandChannel, LearnsFromTheFirstDatagramEachFieldOnItsOwn) {
     ASSERT_TRUE(channel.SendData("hello", 5));
     EXPECT_EQ(c.answered.Receive(nullptr, 60'000), "hello");
   }
+  EXPECT_EQ(errors.Text(), "") << "to send nowhere is no failure yet";
 }
 
 }  // namespace

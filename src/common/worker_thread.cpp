@@ -19,13 +19,15 @@ bool WorkerThread::Start(std::function<void()> body) {
       pthread_setname_np(pthread_self(), name_.c_str());
       body();
     });
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& error) {
     running_ = false;
+    failures_.Failed(error.code().value());
     return false;
   } catch (const std::bad_alloc&) {
     running_ = false;
     return false;
   }
+  failures_.Succeeded();
   return true;
 }
 

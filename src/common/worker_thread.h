@@ -6,6 +6,8 @@
 #include <string>
 #include <thread>
 
+#include "common/failure_report.h"
+
 namespace tevoro::lidar {
 
 /// A named thread with its running flag. The body polls Running() and returns when it is false.
@@ -18,7 +20,7 @@ class WorkerThread {
   WorkerThread& operator=(const WorkerThread&) = delete;
 
   /// Sets the flag and launches `body`. True also when it runs already. False when the system refuses a
-  /// thread, or when called on this very thread after its own Stop.
+  /// thread, which a line on standard error says, or when called on this very thread after its own Stop.
   bool Start(std::function<void()> body);
 
   /// Clears the flag and joins. Called on this very thread it only clears the flag; the next Start, Stop or
@@ -38,6 +40,7 @@ class WorkerThread {
   std::atomic<bool> running_{false};
   std::atomic<std::thread::id> thread_id_{};
   std::thread thread_;
+  FailureReport failures_{"thread creation failed"};
 };
 
 }  // namespace tevoro::lidar

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace tevoro::lidar {
 namespace {
@@ -38,6 +39,12 @@ bool UDPSelect::SendData(const char* data, const int& length) {
   const sockaddr_in sensor = MakeAddress(lidar_ip_, static_cast<uint16_t>(lidar_port_));
   const ssize_t sent = sendto(socket_.Descriptor(), data, static_cast<size_t>(std::max(length, 0)), 0,
                               reinterpret_cast<const sockaddr*>(&sensor), sizeof(sensor));
+  const bool known = !lidar_ip_.empty() && lidar_port_ != 0;
+  if (sent >= 0) {
+    send_failures_.Succeeded();
+  } else if (known && errno != EAGAIN && errno != EINTR) {
+    send_failures_.Failed(errno);
+  }
   return sent == length;
 }
 

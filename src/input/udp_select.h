@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/failure_report.h"
 #include "input/udp_socket.h"
 #include "orva_driver.h"
 
@@ -25,7 +26,8 @@ class UDPSelect final {
   /// Waits at most 100 ms for a datagram and takes at most `length` bytes of it. Returns its bytes;
   /// 0: nothing came; -1: receive error or an empty datagram.
   virtual int RecvData(char* data, const int& length);
-  /// Waits at most 100 ms for room, then sends one datagram. True when all of it went out.
+  /// Waits at most 100 ms for room, then sends one datagram. True when all of it went out. A line on standard
+  /// error says when errors begin, once the sensor's address is known.
   virtual bool SendData(const char* data, const int& length);
 
   /// False, after a line on standard error, when the local socket cannot be opened or bound.
@@ -46,6 +48,7 @@ class UDPSelect final {
   int32_t lidar_port_;    ///< 0: not yet known
   std::string lidar_ip_;  ///< empty: not yet known
   UdpSocket socket_;
+  FailureReport send_failures_{"sendto failed"};
 };
 
 }  // namespace tevoro::lidar

@@ -29,13 +29,17 @@ void Enlarge(int socket, int option) {
 
 enum class Event { kRead, kWrite };
 
-/// For descriptors that do not fit into select's sets.
-bool Poll(int socket, Event event, int milliseconds) {
+/// As select does it, for descriptors that do not fit into its sets.
+int Poll(int socket, Event event, int milliseconds) {
   pollfd entry{socket, static_cast<short>(event == Event::kRead ? POLLIN : POLLOUT), 0};
-  return milliseconds >= 0 && poll(&entry, 1, milliseconds) > 0 && (entry.revents & POLLNVAL) == 0;
+  const int ready = milliseconds < 0 ? 0 : poll(&entry, 1, milliseconds);
+  if (ready < 1 || (entry.revents & POLLNVAL) == 0) return ready;
+  errno = EBADF;
+  return -1;
 }
 
-bool Wait(int socket, Event event, int milliseconds) {
+/// Above 0: the socket is ready; 0: the time is over; -1: errno says why.
+int Wait(int socket, Event event, int milliseconds) {
   if (socket < 0 || socket >= FD_SETSIZE) return Poll(socket, event, milliseconds);
   fd_set set;
   FD_ZERO(&set);
@@ -43,7 +47,7 @@ bool Wait(int socket, Event event, int milliseconds) {
   timeval timeout{milliseconds / 1000, (milliseconds % 1000) * 1000};
   const int ready = event == Event::kRead ? select(socket + 1, &set, nullptr, nullptr, &timeout)
                                           : select(socket + 1, nullptr, &set, nullptr, &timeout);
-  return ready >= 1 && FD_ISSET(socket, &set);
+  return ready < 1 ? ready : FD_ISSET(socket, &set);
 }
 
 }  // namespace
@@ -116,12 +120,22 @@ uint64_t UdpSocket::Drops() const {
   return figures[SK_MEMINFO_DROPS];
 }
 
-bool UdpSocket::WaitReadEvent(int milliseconds) const {
-  return Wait(socket_, Event::kRead, milliseconds);
+bool UdpSocket::WaitReadEvent(int milliseconds) {
+  return Report(Wait(socket_, Event::kRead, milliseconds));
 }
 
-bool UdpSocket::WaitWriteEvent(int milliseconds) const {
-  return Wait(socket_, Event::kWrite, milliseconds);
+bool UdpSocket::WaitWriteEvent(int milliseconds) {
+  return Report(Wait(socket_, Event::kWrite, milliseconds));
+}
+
+/// A signal is no failure.
+bool UdpSocket::Report(int ready) {
+  if (ready >= 0) {
+    wait_failures_.Succeeded();
+  } else if (errno != EINTR) {
+    wait_failures_.Failed(errno);
+  }
+  return ready > 0;
 }
 
 }  // namespace tevoro::lidar

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "common/failure_report.h"
+
 namespace tevoro::lidar {
 
 /// The non-blocking IPv4 datagram socket that the data input and the command channel share. Does not close
@@ -24,9 +26,10 @@ class UdpSocket {
   void SetReadBuffer();
   void SetWriteBuffer();
 
-  /// Wait until the socket is readable or writable, at most `milliseconds`. False on timeout or error.
-  bool WaitReadEvent(int milliseconds) const;
-  bool WaitWriteEvent(int milliseconds) const;
+  /// Wait until the socket is readable or writable, at most `milliseconds`. False on timeout or error; a line
+  /// on standard error says when errors begin.
+  bool WaitReadEvent(int milliseconds);
+  bool WaitWriteEvent(int milliseconds);
 
   /// Bytes that the kernel grants for waiting datagrams, its own overhead included; 0 when it does not tell.
   uint64_t ReadBuffer() const;
@@ -37,7 +40,10 @@ class UdpSocket {
   int32_t Descriptor() const { return socket_; }
 
  private:
+  bool Report(int ready);
+
   int32_t socket_ = -1;
+  FailureReport wait_failures_{"select failed"};
 };
 
 /// Socket address of a dotted `address`; any address when that is empty or no address.
