@@ -3,6 +3,7 @@
 // Stands between the program that links it, its libraries included, and the system.
 #include "support/faults.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -179,12 +180,21 @@ ORVA_FAULT(ssize_t, sendto,
            (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length),
            (fd, data, size, flags, to, length), -1)
 ORVA_FAULT(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullptr)
-ORVA_FAULT(size_t, fread, (void* data, size_t size, size_t count, FILE* file), (data, size, count, file), 0)
+ORVA_FAULT(DIR*, opendir, (const char* path), (path), nullptr)
+ORVA_FAULT(dirent*, readdir, (DIR * folder), (folder), nullptr)
 ORVA_FAULT(int, fseeko, (FILE * file, off_t offset, int whence), (file, offset, whence), -1)
 ORVA_FAULT(int, pthread_create,
            (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
            (thread, attributes, body, argument), orva::test::failing_error)
 
+extern "C" size_t fread(void* data, size_t size, size_t count, FILE* file) {
+  if (orva::test::CallFails("fread", __builtin_return_address(0))) {
+    file->_flags |= _IO_ERR_SEEN;  // what ferror asks for: no end of the file
+    return 0;
+  }
+  static auto* const real = orva::test::Real<size_t(void*, size_t, size_t, FILE*)>("fread");
+  return real(data, size, count, file);
+}
 extern "C" int fcntl(int fd, int command, ...) {
   if (orva::test::CallFails("fcntl", __builtin_return_address(0))) return -1;
   va_list arguments;
