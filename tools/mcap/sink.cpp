@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -16,16 +17,22 @@ Status SystemStatus(int error) {
   return {std::generic_category().message(error)};
 }
 
+/// Names that a regular file has; nothing for a pipe or a device.
+std::optional<nlink_t> Names(int file) {
+  struct stat about = {};
+  const bool regular = fstat(file, &about) == 0 && S_ISREG(about.st_mode);
+  return regular ? std::optional(about.st_nlink) : std::nullopt;
+}
+
 /// A file that was removed goes on taking what is written, for nobody.
 bool IsRemoved(int file) {
-  struct stat about = {};
-  return fstat(file, &about) == 0 && S_ISREG(about.st_mode) && about.st_nlink == 0;
+  return Names(file) == nlink_t{0};
 }
 
 }  // namespace
 
 FileSink::FileSink(const std::string& path)
-    : file_(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    : path_(path), file_(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
   open_error_ = file_ < 0 ? errno : 0;
 }
 
@@ -58,11 +65,14 @@ Status FileSink::End() {
   if (file < 0) {
     return {};
   }
-  const bool removed = IsRemoved(file);
+  const std::optional<nlink_t> names = Names(file);
+  if (size_ == 0 && names.value_or(0) > 0) {
+    ::unlink(path_.c_str());
+  }
   if (::close(file) != 0) {
     return SystemStatus(errno);
   }
-  return removed ? SystemStatus(ENOENT) : Status{};
+  return names == nlink_t{0} ? SystemStatus(ENOENT) : Status{};
 }
 
 Status MemorySink::Write(Bytes bytes) {

@@ -27,7 +27,8 @@ class Sink {
   virtual std::uint64_t size() const = 0;  ///< bytes appended so far
 };
 
-/// A file, created or emptied. That it cannot be opened is told by the first Write.
+/// A file, created or emptied. That it cannot be opened is told by the first Write. One that took no byte is
+/// removed.
 class FileSink : public Sink {
  public:
   explicit FileSink(const std::string& path);
@@ -39,6 +40,7 @@ class FileSink : public Sink {
   std::uint64_t size() const override { return size_; }
 
  private:
+  const std::string path_;
   int file_;
   int open_error_ = 0;
   std::uint64_t size_ = 0;
