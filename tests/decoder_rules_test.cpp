@@ -112,7 +112,6 @@ TEST(TS6Rules, TimesOfFramesAndPoints) {
   EXPECT_NEAR(rig.imu[2].linear_acceleration_z, 9.80665, 1e-4);
 }
 
-/// Backwards, impossible dates, beyond 2106: frames end as ever, and their times are numbers.
 TEST(TS6Rules, PrintsElevationsSixteenToALine) {
   auto check = std::make_unique<CheckParam>();
   check->elevation[17] = 1.5F;
@@ -125,16 +124,54 @@ TEST(TS6Rules, PrintsElevationsSixteenToALine) {
   EXPECT_EQ(console.Text().find("\n1.5 0 "), 2U * 17) << "the first line holds one more";
 }
 
+/// What a sensor's clock says, and the seconds since the epoch that it means.
+struct Moment {
+  unsigned microseconds, year, month, day, hour, minute, second;
+  double seconds;
+};
+constexpr Moment kMoments[] = {{500000, 2026, 3, 1, 9, 30, 0, 1772357400.5},
+                               {0, 2026, 3, 1, 8, 30, 0, 1772353800.0},  // an hour back
+                               {999999, 2026, 2, 31, 24, 60, 61, 1772586061.999999},
+                               {0xFFFFFF, 65535, 255, 255, 255, 255, 255, 2006608360755.0 + 16.777215},
+                               {0, 0, 0, 0, 0, 0, 0, -62169984000.0},
+                               {0, 2106, 2, 7, 6, 28, 16, 4294967296.0},
+                               {0, 1970, 1, 1, 0, 0, 0, 0.0}};
+constexpr size_t kMomentCount = std::size(kMoments);
+
+Packet At(LidarType model, size_t packet) {
+  const Moment& m = kMoments[packet % kMomentCount];
+  return Packet(model).Utc(m.microseconds, m.year, m.month, m.day, m.hour, m.minute, m.second);
+}
+
+/// Backwards, impossible dates, beyond 2106: frames end as ever, each with the time that it has by its
+/// packets.
 TEST(NV2Rules, AWrongClockCostsNoFrame) {
   TimeRig rig(NV2, OpenLimits());
-  const unsigned years[] = {2106, 1970, 65535, 0, 2026};
-  for (unsigned i = 0; i < 5 * 56 + 1; ++i) {
-    const unsigned odd = i % 2 * 255;
-    EXPECT_EQ(rig.Feed(Packet(NV2).Line(i % 56).Utc(odd << 16, years[i / 4 % 5], odd, odd, odd, odd, odd)),
-              i > 0 && i % 56 == 0);
+  for (unsigned i = 0; i < kMomentCount * 5 + 1; ++i)
+    EXPECT_EQ(rig.Feed(At(NV2, i).Line(i % 5)), i > 0 && i % 5 == 0);
+  ASSERT_NO_FATAL_FAILURE(rig.Compare());
+  ASSERT_EQ(rig.frames.size(), kMomentCount);
+  for (size_t i = 0; i < kMomentCount; ++i)
+    EXPECT_EQ(rig.frames[i].time, kMoments[(i + 1) * 5 % kMomentCount].seconds) << i;
+}
+
+/// Likewise. A time of 0 is none: the next packet's counts.
+TEST(TS6Rules, AWrongClockCostsNoFrame) {
+  TimeRig rig(TS6, OpenLimits());
+  for (unsigned i = 0; i < kMomentCount * 5; ++i) {
+    Packet packet = At(TS6, i).Stamp(i + 1);
+    if (i % 5 == 4) packet.FrameEnd(63);
+    EXPECT_EQ(rig.Feed(packet), i % 5 == 4);
   }
-  ASSERT_EQ(rig.frames.size(), 5U);
-  for (const auto& frame : rig.frames) EXPECT_TRUE(std::isfinite(frame.time));
+  ASSERT_NO_FATAL_FAILURE(rig.Compare());
+  ASSERT_EQ(rig.frames.size(), kMomentCount);
+  for (size_t i = 0; i < kMomentCount; ++i) {
+    const Moment& first = kMoments[i * 5 % kMomentCount];
+    const double time = first.seconds != 0.0 ? first.seconds : kMoments[0].seconds;
+    EXPECT_EQ(rig.frames[i].time, time) << i;
+    EXPECT_EQ(rig.frames[i].cloud->points[0].timestamp, first.seconds) << i;
+    EXPECT_EQ(rig.imu[i * 5].timestamp, first.seconds) << i;
+  }
 }
 
 TEST(NV2Rules, LinesAnglesAndImu) {
@@ -206,7 +243,6 @@ TEST(DecoderBase, RefusesAndReports) {
   EXPECT_TRUE(rig.decoder->point_cloud_->points.empty());
 }
 
-/// Else the runs of this suite that ask for the narrow path would quietly test the wide one again.
 // Nothing in the library calls these: whole packets have loops of their own.
 TEST(DecoderBase, RulesOfOnePointAgreeWithThePackets) {
   DecoderParam param = OpenLimits();
@@ -243,6 +279,7 @@ TEST(DecoderBase, RulesOfOnePointAgreeWithThePackets) {
   }
 }
 
+/// Else the runs of this suite that ask for the narrow path would quietly test the wide one again.
 TEST(PacketLoops, TheEnvironmentCanAskForTheNarrowOnes) {
   const char* const asked = std::getenv("ORVA_ISA");
   const std::string chosen = tevoro::lidar::ChoosePacketLoops().instruction_set;
