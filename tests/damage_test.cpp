@@ -11,6 +11,7 @@
 #include "support/decoder_rig.h"
 #include "support/player.h"
 #include "support/recording.h"
+#include "support/reference_download.h"
 
 namespace orva::test {
 namespace {
@@ -66,7 +67,8 @@ TEST(Damage, EveryLengthAndEveryHeaderBitOfAPacket) {
 
 class FileDamage : public testing::Test {
  protected:
-  /// The payloads that are read before the end; in `places` where each record begins, and the end.
+  /// The payloads that are read before the end, each a piece of the file; in `places` where each record
+  /// begins, and the end.
   std::vector<Bytes> Read(const Bytes& file, std::vector<size_t>* places = nullptr) {
     InputParam param;
     param.msop_port = kRecordingPort;
@@ -78,7 +80,10 @@ class FileDamage : public testing::Test {
     long position = 0;
     for (int length = 0; length >= 0;) {
       length = input.NextPacket(packet, &position, true);
-      if (length > 0) payloads.emplace_back(packet.data, packet.data + packet.length);
+      if (length > 0) {
+        const Bytes& payload = payloads.emplace_back(packet.data, packet.data + packet.length);
+        EXPECT_TRUE(std::search(file.begin(), file.end(), payload.begin(), payload.end()) != file.end());
+      }
       if (payloads.size() > file.size() / 16) ADD_FAILURE() << "more than the file has room for";
       if (places != nullptr) places->push_back(static_cast<size_t>(position));
     }
@@ -110,13 +115,26 @@ TEST_F(FileDamage, CutAtEveryByteAndEveryBitFlipped) {
       const std::vector<Bytes> whole(sound.begin(), sound.begin() + whole_before(cut));
       ASSERT_EQ(Read(Bytes(file.data(), file.data() + cut)), whole) << cut;
     }
+    std::vector<size_t> begins;  // of the payloads
+    for (size_t i = 0; i < sound.size(); ++i) {
+      const auto end = file.begin() + static_cast<std::ptrdiff_t>(places[i + 1]);
+      begins.push_back(static_cast<size_t>(
+          std::find_end(file.begin(), end, sound[i].begin(), sound[i].end()) - file.begin()));
+    }
     for (size_t bit = 0; bit < file.size() * 8; ++bit) {
       FlipBit(file.data(), bit);
       const std::vector<Bytes> read = Read(file);
       FlipBit(file.data(), bit);
       if (bit / 8 < places[0]) continue;  // may change what every record means
-      const auto whole = whole_before(bit / 8);
-      ASSERT_TRUE(std::ssize(read) >= whole && std::equal(sound.begin(), sound.begin() + whole, read.begin()))
+      const auto record = static_cast<size_t>(whole_before(bit / 8));
+      std::vector<Bytes> wanted = sound;
+      if (const size_t at = bit - 8 * begins[record]; at < 8 * sound[record].size()) {
+        FlipBit(wanted[record].data(), at);
+        ASSERT_EQ(read.size(), wanted.size()) << bit;
+      } else {
+        wanted.resize(record);  // what follows may be anything
+      }
+      ASSERT_TRUE(read.size() >= wanted.size() && std::equal(wanted.begin(), wanted.end(), read.begin()))
           << bit;
     }
   }
@@ -139,35 +157,83 @@ TEST_F(FileDamage, ACalibrationTextCutAtEveryByte) {
   }
 }
 
-TEST_F(FileDamage, OfTheRepliesOfADownload) {
+/// A calibration download beside its transcription: both take the same replies, and must say the same.
+struct DownloadRig {
+  explicit DownloadRig(LidarType model) : wanted(model) {}
+
+  void Push(const std::string& reply) {
+    const int next = stream.PushData(wanted.model, reinterpret_cast<const signed char*>(reply.data()),
+                                     static_cast<int>(reply.size()), record.get(), last_chunk, complete);
+    ASSERT_EQ(next, wanted.Push(reply));
+    ASSERT_EQ(last_chunk, wanted.last_chunk);
+    ASSERT_EQ(complete, wanted.complete);
+    ASSERT_EQ(stream.FilledSections(), wanted.filled);
+  }
+  bool Holds(const CheckParam& sent) const { return std::memcmp(record.get(), &sent, sizeof(sent)) == 0; }
+
+  ReferenceDownload wanted;
+  tevoro::lidar::CalibrationStream stream;
+  std::unique_ptr<CheckParam> record = std::make_unique<CheckParam>();
+  bool last_chunk = false, complete = false;
+};
+
+TEST(DownloadDamage, EveryBitAndEveryLengthOfEveryReply) {
+  const ConsoleCapture quiet;
   CheckParam sent;
   SetWeights(sent, {1, 2, 3, 4}, {5, 6, 7, 8, 9, 10, 11, 12});
   const std::string stream = SectionStream(sent, "CD");
-  const std::string first = CalibrationReply(stream.size(), stream.substr(0, 20));
-  auto record = std::make_unique<CheckParam>();
-  for (size_t damage = 0; damage < first.size() * 9; ++damage) {  // flips, then cuts
-    std::string reply = first.substr(0, damage < first.size() * 8 ? first.size() : damage - first.size() * 8);
-    const size_t byte = damage / 8;
-    if (damage < first.size() * 8) FlipBit(reinterpret_cast<uint8_t*>(reply.data()), damage);
-    *record = CheckParam();
-    tevoro::lidar::CalibrationStream download;
-    bool last = false, complete = false;
-    const auto push = [&](const std::string& bytes) {
-      return download.PushData(TS4B, reinterpret_cast<const signed char*>(bytes.data()),
-                               static_cast<int>(bytes.size()), record.get(), last, complete);
-    };
-    const bool refused = byte < 4 || reply.size() < 4;
-    const int next = push(reply);
-    if (refused) EXPECT_EQ(next, -1) << damage;
-    size_t at = refused ? 0 : 20;
-    while (!complete && at < stream.size() + 100) {
-      push(
-          CalibrationReply(stream.size(), at < stream.size() ? stream.substr(at, 20) : std::string(20, 'x')));
-      at += 20;
+  const CheckParam untouched;
+  for (const WireLayout& layout : WIRE_LAYOUTS) {
+    const bool takes = tevoro::lidar::CalibrationStream::SectionsOf(layout.model) > 0;
+    for (size_t damaged = 0; damaged < 3; ++damaged) {
+      const std::string sound = CalibrationReply(stream.size(), stream.substr(20 * damaged, 20));
+      for (size_t damage = 0; damage < 9 * sound.size(); ++damage) {  // flips, then cuts
+        SCOPED_TRACE(testing::Message() << layout.name << ", reply " << damaged << ", damage " << damage);
+        std::string reply = sound;
+        if (damage < 8 * sound.size()) FlipBit(reinterpret_cast<uint8_t*>(reply.data()), damage);
+        reply.resize(std::min(sound.size(), 9 * sound.size() - damage - 1));
+        DownloadRig rig(layout.model);
+        const bool refused = reply.compare(0, 4, sound, 0, 4) != 0;
+        // The sensor goes on for as long as it is asked, in the end with bytes of no meaning.
+        for (size_t i = 0; i < 8 && !rig.complete; ++i) {
+          if (i == damaged) ASSERT_NO_FATAL_FAILURE(rig.Push(reply));
+          if (i == damaged && !refused) continue;
+          const std::string piece = 20 * i < stream.size() ? stream.substr(20 * i, 20) : std::string(20, 'x');
+          ASSERT_NO_FATAL_FAILURE(rig.Push(CalibrationReply(stream.size(), piece)));
+        }
+        ASSERT_TRUE(rig.Holds(*rig.wanted.record));
+        // Between length and piece, and behind the piece, nothing is read.
+        const bool unread = reply.size() == sound.size() && reply.compare(0, 8, sound, 0, 8) == 0 &&
+                            reply.compare(36, sound.size() - 39, sound, 36, sound.size() - 39) == 0;
+        if (refused || unread) ASSERT_TRUE(rig.complete && rig.Holds(takes ? sent : untouched));
+      }
     }
-    const bool unread = (byte >= 8 && byte < 36) || (byte >= 56 && reply.size() == first.size());
-    if (refused || unread) {
-      EXPECT_TRUE(complete && std::memcmp(record.get(), &sent, sizeof(sent)) == 0) << damage;
+  }
+}
+
+TEST(DownloadDamage, OnlyAWholeStreamFillsEverySection) {
+  const ConsoleCapture quiet;
+  Random random(4);
+  const auto sent = PlausibleCalibration(random);
+  const std::string sound = SectionStream(*sent);
+  for (const LidarType model : {TS4A, TS4B, TS6}) {
+    const auto download = [&](const std::string& stream, size_t announced) {
+      DownloadRig rig(model);
+      rig.Push(CalibrationReply(announced, stream));
+      EXPECT_TRUE(rig.complete && rig.Holds(*rig.wanted.record));
+      EXPECT_EQ(rig.stream.FilledSections() == tevoro::lidar::CalibrationStream::SectionsOf(model),
+                rig.Holds(*sent));
+      return rig.stream.FilledSections();
+    };
+    EXPECT_EQ(download(sound, sound.size()), 4U);
+    EXPECT_EQ(download(sound, sound.size() - 1), 3U);
+    EXPECT_EQ(download(sound.substr(0, sound.size() - 1), sound.size() - 1), 3U);
+    for (const char* marker : {"AAAA", "BBBB", "CCCC", "DDDD"}) {
+      for (size_t i = 0; i < 4; ++i) {
+        std::string stream = sound;
+        FlipBit(reinterpret_cast<uint8_t*>(&stream[sound.find(marker) + i]), 3);
+        EXPECT_EQ(download(stream, stream.size()), 3U) << model << marker << i;
+      }
     }
   }
 }

@@ -224,11 +224,15 @@ TEST_F(StatisticsTest, OnlyAWholeDownloadCountsAsCalibration) {
     const char* sections;
     int32_t filled;
     CalibrationState state;
+    char first_byte;
   };
-  for (const Case& c : {Case{TS4B, "DBCA", 4, CALIBRATION_FROM_SENSOR}, Case{TS6, "ABD", 3, CALIBRATION_NONE},
-                        Case{TS4, "ABCD", 0, CALIBRATION_NONE}, Case{NV2, "ABCD", 0, CALIBRATION_NONE}}) {
+  for (const Case& c :
+       {Case{TS4B, "DBCA", 4, CALIBRATION_FROM_SENSOR, 'D'}, Case{TS6, "ABD", 3, CALIBRATION_NONE, 'A'},
+        Case{TS4A, "ABCD", 3, CALIBRATION_NONE, 'a'}, Case{TS4, "ABCD", 0, CALIBRATION_NONE, 'A'},
+        Case{NV2, "ABCD", 0, CALIBRATION_NONE, 'A'}}) {
     SCOPED_TRACE(testing::Message() << c.model << c.sections);
-    const std::string stream = SectionStream(CheckParam(), c.sections);
+    std::string stream = SectionStream(CheckParam(), c.sections);
+    stream[0] = c.first_byte;
     const sim::CalibrationServer command({stream.begin(), stream.end()}, kLoopback, 0);
     DriverParam param = LiveParam(c.model);
     param.calib_from_lidar = true;
@@ -237,6 +241,7 @@ TEST_F(StatisticsTest, OnlyAWholeDownloadCountsAsCalibration) {
     EXPECT_TRUE(Eventually([&] { return Read().calibration != CALIBRATION_DOWNLOADING; }));
     EXPECT_EQ(Read().calibration, c.state);
     EXPECT_EQ(Read().calibration_sections, c.filled);
+    EXPECT_EQ(Read().calibration_bytes, stream.size());
   }
 }
 
