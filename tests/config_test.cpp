@@ -31,6 +31,8 @@ port = 6699
 host = "192.168.2.100"
 sensor = "192.168.2.200"
 command_port = 6690
+command_local_port = 6699
+command_host = "192.168.3.100"
 imu = "back.csv"
 frame_id = "lidar_back"
 )");
@@ -62,6 +64,9 @@ frame_id = "lidar_back"
 TEST(Config, RefusesWithLineAndReason) {
   const orva::test::TempFolder folder;
   const std::string good = "[sensor.a]\nmodel = 'NV2'\nport = 1\n";
+  const std::string download =
+      "model = 'TS6'\nsensor = '10.0.0.1'\ncommand_port = 8\ncommand_local_port = 9\n";
+  const std::string command = "[sensor.a]\nport = 1\n" + download;
   const struct {
     std::string text;
     const char* reason;
@@ -81,7 +86,11 @@ TEST(Config, RefusesWithLineAndReason) {
       {good + "frame_id = \"a\\u0000b\"\n", "frame_id"},
       {good + "sensor = '10.0.0.1'\n", "together"},
       {good + "sensor = '10.0.0.1'\ncommand_port = 1\ncalib = 'x'\n", "not from both"},
-      {good + "[sensor.b]\nmodel = 'NV2'\nport = 1\nhost = '10.0.0.1'\n", "listen on one port"},
+      {good + "[sensor.b]\nmodel = 'NV2'\nport = 1\nhost = '10.0.0.1'\n", "listen on one port. Give"},
+      {good + "host = '10.0.0.2'\n[sensor.b]\nmodel = 'NV2'\nport = 1\nhost = '0.0.0.0'\n", "one port. Give"},
+      {command + "[sensor.b]\nmodel = 'NV2'\nport = 9\n", "one port, 'command_local_port' and 'port'."},
+      {command + "[sensor.b]\nport = 2\n" + download, "one port, 'command_local_port'. Give"},
+      {"[sensor.a]\nport = 9\n" + download, ":1: sensor 'a' needs a 'command_local_port' other than"},
       {good + "out = 'x'\n[sensor.b]\nmodel = 'NV2'\nport = 2\nout = 'x'\n", "write over each other"},
       {good + "[senser.b]\n", ":4: 'senser' is unknown"},
       {good + "port = 2\n", ":4: "},

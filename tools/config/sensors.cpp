@@ -150,6 +150,44 @@ std::string AllKeys() {
   return names;
 }
 
+/// A socket of a sensor. Two on one port of one address can both be bound, and one then gets what was sent to
+/// the other.
+struct End {
+  std::string_view key;  ///< of its port
+  std::string host;
+  uint16_t port;  ///< 0: of the system's choice
+
+  bool Meets(const End& other) const {
+    const auto is_any = [](const std::string& address) { return address.empty() || address == "0.0.0.0"; };
+    return port != 0 && port == other.port && (is_any(host) || is_any(other.host) || host == other.host);
+  }
+};
+
+std::vector<End> EndsOf(const Sensor& sensor) {
+  const InputParam& data = sensor.param.input_param;
+  const CalibrationParam& command = sensor.param.calibration_param;
+  std::vector<End> ends = {{"port", data.host_ip, data.msop_port}};
+  if (sensor.param.calib_from_lidar) {
+    ends.push_back({"command_local_port", command.local_ip, static_cast<uint16_t>(command.local_port)});
+  }
+  return ends;
+}
+
+void RefuseMeetingEnds(const fs::path& file, const Sensor& sensor, const Sensor& other) {
+  for (const End& a : EndsOf(other)) {
+    for (const End& b : EndsOf(sensor)) {
+      if (!a.Meets(b)) continue;
+      const bool both_data = a.key == "port" && b.key == "port";
+      const std::string keys =
+          "'" + std::string(a.key) + (a.key == b.key ? "" : "' and '" + std::string(b.key));
+      throw Error(file.string() + ": the sensors '" + other.name + "' and '" + sensor.name +
+                  "' listen on one port" + (both_data ? "" : ", " + keys + "'") +
+                  ". Give each a port, or a local address ('host'" + (both_data ? "" : ", 'command_host'") +
+                  ") of its own.");
+    }
+  }
+}
+
 Sensor ReadSensor(const fs::path& file, std::string_view name, const toml::table& section) {
   const auto refuse = [&](const toml::node& at, const std::string& what) {
     throw Error(file.string() + ":" + std::to_string(at.source().begin.line) + ": sensor '" +
@@ -179,6 +217,9 @@ Sensor ReadSensor(const fs::path& file, std::string_view name, const toml::table
   }
   if (section.contains("sensor") && section.contains("calib")) {
     refuse(section, "gets its calibration from 'calib' or from 'sensor', not from both");
+  }
+  if (const auto ends = EndsOf(sensor); ends.size() > 1 && ends[0].Meets(ends[1])) {
+    refuse(section, "needs a 'command_local_port' other than its 'port'");
   }
   return sensor;
 }
@@ -227,13 +268,7 @@ std::vector<Sensor> ReadSensors(const fs::path& path) {
     }
     Sensor sensor = ReadSensor(path, name.str(), *section);
     for (const Sensor& other : sensors) {
-      const InputParam& a = sensor.param.input_param;
-      const InputParam& b = other.param.input_param;
-      const bool meets = a.host_ip.empty() || b.host_ip.empty() || a.host_ip == b.host_ip;
-      if (a.msop_port == b.msop_port && meets) {
-        throw Error(path.string() + ": the sensors '" + other.name + "' and '" + sensor.name +
-                    "' listen on one port. Give each a port, or a local address ('host') of its own.");
-      }
+      RefuseMeetingEnds(path, sensor, other);
       const bool one_folder = !sensor.out.empty() && sensor.out == other.out;
       if (one_folder || (!sensor.imu.empty() && sensor.imu == other.imu)) {
         throw Error(path.string() + ": the sensors '" + other.name + "' and '" + sensor.name +

@@ -29,7 +29,7 @@ class Error : public std::runtime_error {
 
 /// Reads the sections [sensor.NAME] of a TOML file, in the order of their names. Relative paths in it are
 /// relative to its folder. Throws Error for what it does not know, for a section without model or port, and
-/// for two sensors that would share a port of one address.
+/// for two sensors that would share a port of one address, be it for data or for the replies to commands.
 std::vector<Sensor> ReadSensors(const std::filesystem::path& path);
 
 }  // namespace orva::config
