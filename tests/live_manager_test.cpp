@@ -3,6 +3,7 @@
 // A live driver between a sensor and an application, over real sockets.
 #include <pthread.h>
 
+#include "online/kernel_drops.h"
 #include "sim/calibration_server.h"
 #include "support/calibrations.h"
 #include "support/console_capture.h"
@@ -47,6 +48,21 @@ TEST(LiveManager, DeliversEveryModelsFramesBitForBit) {
   std::thread other([&] { run(TS6); });
   run(TS4B);
   other.join();
+}
+
+TEST(LiveManager, LossesOutlastTheKernelsCountOfDrops) {
+  const struct {
+    uint32_t at_stop, at_start, now, losses;
+  } cases[] = {{0, 0, 7, 7},
+               {10, 15, 20, 15},
+               {4294967290, 4294967295, 3, 4294967294},
+               {4294967290, 3, 5, 4294967292}};
+  for (const auto& c : cases) {
+    tevoro::lidar::KernelDrops drops;
+    drops.ReceivingEnds(c.at_stop);
+    drops.ReceivingBegins(c.at_start);
+    EXPECT_EQ(drops.Losses(c.now), uint64_t{c.losses});
+  }
 }
 
 TEST(LiveManager, InitFailsCleanlyAndInOrder) {

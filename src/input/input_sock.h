@@ -24,7 +24,7 @@ class InputSock : public Input {
 
   // For statistics, from any thread while the socket is open.
   uint64_t EmptyDatagrams() const { return empty_.Value(); }  ///< arrived, and given to nobody
-  uint64_t Drops() const { return socket_.Drops(); }
+  uint32_t Drops() const { return socket_.Drops(); }
   uint64_t ReadBuffer() const { return socket_.ReadBuffer(); }
 
   // Settled by Init, or for a sender; part of the input's interface, though nothing here calls them.

@@ -113,7 +113,7 @@ uint64_t UdpSocket::ReadBuffer() const {
   return static_cast<uint64_t>(bytes);
 }
 
-uint64_t UdpSocket::Drops() const {
+uint32_t UdpSocket::Drops() const {
   uint32_t figures[SK_MEMINFO_VARS] = {};
   socklen_t length = sizeof(figures);
   getsockopt(socket_, SOL_SOCKET, SO_MEMINFO, figures, &length);

@@ -35,7 +35,7 @@ class UdpSocket {
   uint64_t ReadBuffer() const;
   /// Datagrams that the kernel dropped on this socket, because the buffer was full or the checksum wrong.
   /// 0 where the system does not tell; wraps at 2^32.
-  uint64_t Drops() const;
+  uint32_t Drops() const;
 
   int32_t Descriptor() const { return socket_; }
 

@@ -11,20 +11,20 @@ namespace tevoro::lidar {
 /// it counts neither then nor after a further start. What overflows between set-up and the first start does:
 /// the port is bound by then, and the application waits for these packets.
 ///
-/// The totals are the socket's own. Any thread.
+/// The totals are the socket's own, which wrap at 2^32; so does what is left of them. Any thread.
 class KernelDrops {
  public:
-  void ReceivingBegins(uint64_t total) {
+  void ReceivingBegins(uint32_t total) {
     const std::lock_guard lock(mutex_);
     if (!receiving_) unread_ += total - total_at_end_;
     receiving_ = true;
   }
-  void ReceivingEnds(uint64_t total) {
+  void ReceivingEnds(uint32_t total) {
     const std::lock_guard lock(mutex_);
     receiving_ = false;
     total_at_end_ = total;
   }
-  uint64_t Losses(uint64_t total) const {
+  uint32_t Losses(uint32_t total) const {
     const std::lock_guard lock(mutex_);
     return (receiving_ ? total : total_at_end_) - unread_;
   }
@@ -32,8 +32,8 @@ class KernelDrops {
  private:
   mutable std::mutex mutex_;
   bool receiving_ = true;
-  uint64_t total_at_end_ = 0;
-  uint64_t unread_ = 0;  ///< dropped while receiving had ended
+  uint32_t total_at_end_ = 0;
+  uint32_t unread_ = 0;  ///< dropped while receiving had ended
 };
 
 }  // namespace tevoro::lidar
