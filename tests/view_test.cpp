@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "view/foxglove_client.h"
 #include "view/guard.h"
 #include "view/page_frame.h"
 
@@ -153,6 +154,38 @@ TEST(GuardTest, AsksForTheWholeToken) {
        {std::string(), guard.token.substr(1), guard.token + "0", std::string(32, '0')}) {
     EXPECT_FALSE(guard.AdmitsToken(wrong)) << wrong;
   }
+}
+
+/// A live sensor that has 56 IMU samples for whoever asks.
+class ImuFeed : public Feed {
+ public:
+  ImuFeed() {
+    subject_.live = true;
+    subject_.has_imu = true;
+  }
+  const Subject& subject() const override { return subject_; }
+  Status status() override { return {}; }
+  FramePtr Newest() override { return nullptr; }
+  std::vector<ImuMsg> ImuSince(std::uint64_t&) override { return std::vector<ImuMsg>(56); }
+  void Want(std::uint64_t, std::uint32_t, Clock::time_point) override {}
+  FramePtr TakeWanted(std::uint64_t) override { return nullptr; }
+  std::uint64_t Enter() override { return 1; }
+  void Leave(std::uint64_t) override {}
+  void Close() override {}
+
+ private:
+  Subject subject_;
+};
+
+TEST(FoxgloveTest, EndsForUnreadComplaintsAndNotForWaitingSamples) {
+  ImuFeed feed;
+  FoxgloveClient client(feed);
+  EXPECT_TRUE(client.Receive(R"({"op":"subscribe","subscriptions":[{"id":1,"channelId":2}]})"));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(client.Next()) << "two greetings, the first sample";
+  EXPECT_TRUE(client.Receive(R"({"op":"unsubscribe","subscriptionIds":[1]})"));
+  const std::string odd = R"({"op":"subscribe","subscriptions":[{"id":1,"channelId":9}]})";
+  for (int i = 0; i < 31; ++i) EXPECT_TRUE(client.Receive(odd)) << i;
+  EXPECT_FALSE(client.Receive(odd));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ using Json = nlohmann::json;
 constexpr const char* kFrameId = "lidar";
 constexpr std::uint8_t kMessageData = 1;
 constexpr std::size_t kMostSubscriptions = 16;  ///< of a client
+constexpr std::ptrdiff_t kMostComplaints = 32;  ///< that wait for a client
 
 enum Channel : std::uint32_t { kPoints = 1, kImu, kStatistics };
 
@@ -74,7 +75,9 @@ bool FoxgloveClient::Receive(std::string_view text) {
       if (channel < kPoints || channel > kStatistics || held >= kMostSubscriptions) {
         queue_.push_back(
             JsonMessage({{"op", "status"}, {"level", 2}, {"message", "no such channel, or too many"}}));
-        break;
+        // A peer that provokes them without reading them is no viewer.
+        return std::count_if(queue_.begin(), queue_.end(), [](const Message& m) { return m.text; }) <
+               kMostComplaints;
       }
       Subscribers(channel).insert(id);
     }
@@ -85,7 +88,7 @@ bool FoxgloveClient::Receive(std::string_view text) {
       }
     }
   }
-  return queue_.size() < 2 * kMostSubscriptions;
+  return true;
 }
 
 std::optional<Message> FoxgloveClient::Next() {

@@ -42,7 +42,7 @@ class FoxgloveClient : public Client {
   std::uint64_t id_;
   int greeting_ = 0;
   std::array<std::set<std::uint32_t>, 3> subscribers_;  ///< subscription numbers by channel
-  std::deque<Message> queue_;                           ///< bounded by the subscriptions
+  std::deque<Message> queue_;                           ///< filled when it is empty; complaints come on top
   FramePtr sent_;
   std::uint32_t next_frame_ = 0;
   Clock::time_point due_;
