@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "captures/verdict.h"
+#include "shared/json.h"
 #include "shared/words.h"
 
 namespace orva {
@@ -200,43 +200,6 @@ std::string VerdictText(const Survey& survey, const Verdict& verdict) {
   return text + TryLine(survey, verdict);
 }
 
-/// Bytes of the character that opens a text of bytes from 0x80 on; 0 where it is no UTF-8.
-size_t Utf8Length(std::string_view text) {
-  const auto byte = [&text](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-  const unsigned first = byte(0);
-  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0U) != 0x80) return 0;
-  }
-  const unsigned second = byte(1);
-  const bool overlong = first < 0xC2 || (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-  const bool beyond = first > 0xF4 || (first == 0xF4 && second > 0x8F) || (first == 0xED && second > 0x9F);
-  return overlong || beyond ? 0 : length;
-}
-
-/// As a string of JSON, valid whatever bytes a file's name holds.
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (byte < 0x20 || byte == 0x7F) {
-      quoted += Format("\\u%04x", static_cast<unsigned>(byte));
-    } else if (byte < 0x80) {
-      quoted += c;
-    } else if (const size_t length = Utf8Length(std::string_view(text).substr(i)); length > 0) {
-      quoted += text.substr(i, length);
-      i += length - 1;
-    } else {
-      quoted += "\\ufffd";
-    }
-  }
-  return quoted + '"';
-}
-
 std::string JsonTimes(const Timeline& times) {
   return Format(
       "\"first\":%.6f,\"last\":%.6f,\"per_second\":%.3f,\"longest_gap\":%.6f,"
@@ -275,13 +238,13 @@ std::string TextReport(const Survey& survey) {
 }
 
 std::string JsonReport(const Survey& survey) {
-  std::string json = "{\"file\":" + Quoted(survey.path) + ",\"format\":";
+  std::string json = "{\"file\":" + JsonText(survey.path) + ",\"format\":";
   json += survey.is_pcapng ? "\"pcapng\"" : "\"pcap\"";
-  json += Format(",\"link_type\":%d,\"link_name\":", survey.link_type) + Quoted(survey.link_name);
+  json += Format(",\"link_type\":%d,\"link_name\":", survey.link_type) + JsonText(survey.link_name);
   json += Format(",\"link_type_supported\":%s,\"records\":{\"count\":%llu,",
                  survey.supported ? "true" : "false", Count(survey.records.count));
-  json +=
-      JsonTimes(survey.records) + "},\"damage\":" + (survey.damage.empty() ? "null" : Quoted(survey.damage));
+  json += JsonTimes(survey.records) +
+          "},\"damage\":" + (survey.damage.empty() ? "null" : JsonText(survey.damage));
 
   std::vector<std::string> items;
   for (const StreamEntry* entry : ByCount(survey)) {
@@ -310,11 +273,11 @@ std::string JsonReport(const Survey& survey) {
   for (const Verdict& verdict : Judge(survey)) {
     const FrameEnds& frames = *verdict.frames;
     std::vector<std::string> models;
-    for (const std::string& model : verdict.models) models.push_back(Quoted(model));
+    for (const std::string& model : verdict.models) models.push_back(JsonText(model));
     items.push_back(
         Format("{\"port\":%u,\"models\":[%s],\"ambiguous\":%s,\"why\":", static_cast<unsigned>(verdict.port),
                Join(models, ",").c_str(), models.size() > 1 ? "true" : "false") +
-        Quoted(verdict.why) + ",\"settled_by\":" + Quoted(verdict.settle) +
+        JsonText(verdict.why) + ",\"settled_by\":" + JsonText(verdict.settle) +
         Format(",\"frames\":%llu,\"incomplete_frames\":%llu,\"merged_frames\":%llu", Count(frames.Frames()),
                Count(frames.incomplete), Count(frames.merged)) +
         Format(",\"frame_ends\":%llu,\"frames_per_second\":%.3f,\"fewest_packets\":%llu,"
