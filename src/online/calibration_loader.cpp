@@ -41,7 +41,7 @@ class Request {
   }
 
  private:
-  uint8_t bytes_[request::kBytes] = {};  // the last is the checksum, see GetCommand
+  uint8_t bytes_[request::kBytes] = {};  // GetCommand sets the checksum
 };
 
 }  // namespace

@@ -15,8 +15,7 @@ inline constexpr size_t kMagic = 0;      ///< u8, four times kMagicByte
 inline constexpr size_t kLastChunk = 4;  ///< u8, 1: this piece completes the stream
 inline constexpr size_t kOffset = 5;     ///< u32, bytes asked for before
 inline constexpr size_t kCount = 9;      ///< u16, bytes asked for
-inline constexpr size_t kChecksum = 11;  ///< u8, sum of the others
-inline constexpr size_t kBytes = 12;
+inline constexpr size_t kBytes = 12;     ///< the last is the checksum: u8, sum of the others
 inline constexpr uint8_t kMagicByte = 0xA5;
 }  // namespace calibration_request
 
