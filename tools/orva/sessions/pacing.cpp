@@ -6,6 +6,17 @@
 #include <cmath>
 
 namespace orva {
+namespace {
+
+/// 31 years: nobody waits for it, and it can be added to any clock. A recording may step from 1970 to today.
+constexpr double kLongestNs = 1e18;
+
+double Length(int64_t from_ns, int64_t to_ns, double rate) {
+  const uint64_t recorded = static_cast<uint64_t>(to_ns) - static_cast<uint64_t>(from_ns);
+  return std::min(static_cast<double>(recorded) / rate, kLongestNs);
+}
+
+}  // namespace
 
 void LatenessCounts::Add(int64_t ns) {
   greatest_ = std::max(greatest_, ns);
@@ -45,12 +56,12 @@ int64_t Pace::Due(int64_t recorded_ns, int64_t now) {
   }
   ++packets_;
   latest_recorded_ = std::max(latest_recorded_, recorded_ns);
-  return started_ + static_cast<int64_t>(static_cast<double>(latest_recorded_ - *first_recorded_) / rate_);
+  return started_ + static_cast<int64_t>(Length(*first_recorded_, latest_recorded_, rate_));
 }
 
 void Pace::Restart() {
   if (packets_ == 0) return;
-  const double length = static_cast<double>(latest_recorded_ - *first_recorded_) / rate_;
+  const double length = Length(*first_recorded_, latest_recorded_, rate_);
   const double distance = packets_ > 1 ? length / static_cast<double>(packets_ - 1) : 1e6;
   next_start_ = started_ + static_cast<int64_t>(length + distance);
   first_recorded_.reset();
