@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "shared/failure.h"
+#include "shared/terminal.h"
 
 namespace orva {
 namespace {
@@ -96,11 +97,27 @@ void RecordFiles::Open() {
   first_packet_.reset();
   // Room for the new file first: a disk that holds the files kept must do.
   if (limits_.kept > 0 && names_.size() > limits_.kept) {
-    std::error_code ignored;
-    fs::remove(names_.front(), ignored);
-    names_.pop_front();
+    RemoveOldest(names_.size() - limits_.kept);
   }
   writer_.emplace(names_.back(), capture_);
+}
+
+/// What cannot be removed is tried again with each further file.
+void RecordFiles::RemoveOldest(std::size_t count) {
+  std::deque<std::string> stuck;
+  for (; count > 0; --count) {
+    std::error_code error;
+    fs::remove(names_.front(), error);
+    if (error) {
+      stuck.push_back(names_.front());
+      if (!std::exchange(told_stuck_, true)) {
+        Warn(names_.front() + " cannot be removed: " + error.message() +
+             ". More files are kept than --keep says.");
+      }
+    }
+    names_.pop_front();
+  }
+  names_.insert(names_.begin(), stuck.begin(), stuck.end());
 }
 
 }  // namespace orva

@@ -3,6 +3,7 @@
 #define ORVA_TOOLS_CAPTURES_RECORD_FILES_H_
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -49,11 +50,14 @@ class RecordFiles {
 
   bool Full(const sim::TimedPacket& next) const;
   void Open();
+  void RemoveOldest(std::size_t count);
 
   const std::string path_;
   const RotationLimits limits_;
   const sim::CaptureOptions capture_;
-  std::deque<std::string> names_;  ///< of the files that are kept
+  std::deque<std::string>
+      names_;  ///< of the files that are kept, and before them those that cannot be removed
+  bool told_stuck_ = false;
   std::optional<sim::CaptureWriter> writer_;
   std::optional<Clock::time_point> first_packet_;  ///< of the file
   std::uint64_t opened_ = 0;
