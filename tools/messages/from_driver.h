@@ -62,6 +62,9 @@ struct DiagnosticSource {
   std::string hardware_id;           ///< the one sensor, for example "TS4B 192.168.1.200"
 };
 
+/// Where the calibration in use comes from: "none", "from the folder", "downloading", "from the sensor".
+const char* CalibrationName(CalibrationState state);
+
 /// `before` is the record of the last call, all zero at first, and `seconds` what lies between the two. The
 /// level is WARN when packets were lost or refused since then, STALE when none came.
 DiagnosticArray ToDiagnostics(const DriverStatistics& now, const DriverStatistics& before, double seconds,

@@ -12,7 +12,7 @@ struct Count {
   std::uint64_t DriverStatistics::*value;
   bool is_loss;
 };
-constexpr std::array<Count, 14> kCounts = {
+constexpr std::array<Count, 15> kCounts = {
     {{"packets received", &DriverStatistics::received, false},
      {"bytes received", &DriverStatistics::received_bytes, false},
      {"packets decoded", &DriverStatistics::decoded, false},
@@ -22,11 +22,21 @@ constexpr std::array<Count, 14> kCounts = {
      {"packets discarded", &DriverStatistics::discarded, true},
      {"packets queued", &DriverStatistics::queued, false},
      {"packets dropped by the kernel", &DriverStatistics::kernel_dropped, true},
+     {"times out of memory", &DriverStatistics::out_of_memory, true},
      {"frames", &DriverStatistics::frames, false},
      {"IMU samples", &DriverStatistics::imu_samples, false},
      {"plays", &DriverStatistics::plays, false},
      {"receive buffer bytes", &DriverStatistics::receive_buffer_bytes, false},
      {"calibration bytes", &DriverStatistics::calibration_bytes, false}}};
+
+std::string RateText(std::uint64_t now, std::uint64_t before, double seconds) {
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%.1f",
+                seconds > 0.0 ? static_cast<double>(now - before) / seconds : 0.0);
+  return text.data();
+}
+
+}  // namespace
 
 const char* CalibrationName(CalibrationState state) {
   switch (state) {
@@ -41,15 +51,6 @@ const char* CalibrationName(CalibrationState state) {
   }
   return "unknown";
 }
-
-std::string RateText(std::uint64_t now, std::uint64_t before, double seconds) {
-  std::array<char, 32> text;
-  std::snprintf(text.data(), text.size(), "%.1f",
-                seconds > 0.0 ? static_cast<double>(now - before) / seconds : 0.0);
-  return text.data();
-}
-
-}  // namespace
 
 Imu ToImu(const ImuMsg& sample, double captured, const std::string& frame_id) {
   Imu message;

@@ -50,7 +50,8 @@ constexpr Loss kLosses[] = {{"kernel", &Statistics::kernel_dropped},
                             {"queue", &Statistics::discarded},
                             {"wrong_length", &Statistics::refused_length},
                             {"wrong_identifier", &Statistics::refused_identifier},
-                            {"empty", &Statistics::not_for_us}};
+                            {"empty", &Statistics::not_for_us},
+                            {"memory", &Statistics::out_of_memory}};
 
 std::string LabelText(const std::string& text) {
   std::string escaped;
@@ -87,7 +88,8 @@ std::string MetricsText(std::span<const SensorCounts> sensors) {
     }
   }
   constexpr const char* kLost = "orva_packets_lost_total";
-  text += Head(kLost, "counter", "Datagrams that did not become points, by reason.");
+  text += Head(kLost, "counter",
+               "Datagrams that did not become points, by reason; for memory, times that it ran out.");
   for (const SensorCounts& sensor : sensors) {
     for (const Loss& loss : kLosses) {
       text += std::string(kLost) + "{" + Labels(sensor) + ",reason=\"" + loss.reason + "\"} " +

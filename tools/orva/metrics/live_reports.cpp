@@ -38,7 +38,8 @@ JsonObject Json(const SensorCounts& sensor, const char* type, double elapsed) {
       .Add("discarded", statistics.discarded)
       .Add("refused_length", statistics.refused_length)
       .Add("refused_identifier", statistics.refused_identifier)
-      .Add("empty", statistics.not_for_us);
+      .Add("empty", statistics.not_for_us)
+      .Add("out_of_memory", statistics.out_of_memory);
   JsonObject line;
   line.Add("type", type);
   if (!sensor.name.empty()) line.Add("sensor", sensor.name);
@@ -68,21 +69,28 @@ LiveReports::LiveReports(const LiveReportOptions& options) : json_(options.json)
 void LiveReports::Status(const SensorCounts& sensor, double elapsed, bool last) {
   const std::lock_guard lock(mutex_);
   if (json_) PrintResult(Json(sensor, last ? "summary" : "status", elapsed).Text() + "\n");
-  if (server_ == nullptr) return;
   sensors_[sensor.name] = sensor;
-  std::vector<SensorCounts> all;
-  for (const auto& [name, counts] : sensors_) all.push_back(counts);
-  server_->Publish(MetricsText(all));
+  Publish();
 }
 
 void LiveReports::Failed(const std::string& name, const std::string& reason) {
+  const std::lock_guard lock(mutex_);
+  // Its last counts would pass for those of a sensor that is watched.
+  sensors_.erase(name);
+  Publish();
   if (!json_) return;
   JsonObject line;
   line.Add("type", "summary");
   if (!name.empty()) line.Add("sensor", name);
   line.Add("error", reason);
-  const std::lock_guard lock(mutex_);
   PrintResult(line.Text() + "\n");
+}
+
+void LiveReports::Publish() {
+  if (server_ == nullptr) return;
+  std::vector<SensorCounts> all;
+  for (const auto& [name, counts] : sensors_) all.push_back(counts);
+  server_->Publish(MetricsText(all));
 }
 
 void AddLiveReportOptions(CLI::App& command, LiveReportOptions& options) {

@@ -33,10 +33,12 @@ class LiveReports {
 
   /// Once a second, and at the end.
   void Status(const SensorCounts& sensor, double elapsed, bool last);
-  /// Instead of the end, for a sensor whose run failed.
+  /// Instead of the end, for a sensor whose run failed: its counts are served no more.
   void Failed(const std::string& name, const std::string& reason);
 
  private:
+  void Publish();
+
   const bool json_;
   std::mutex mutex_;
   std::map<std::string, SensorCounts> sensors_;

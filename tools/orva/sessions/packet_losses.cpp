@@ -29,7 +29,8 @@ std::string List(std::initializer_list<Kind> kinds) {
 
 std::string LossText(const DriverStatistics& statistics) {
   const std::string text = List({{statistics.kernel_dropped, " dropped by the kernel"},
-                                 {statistics.discarded, " discarded from the queue"}});
+                                 {statistics.discarded, " discarded from the queue"},
+                                 {statistics.out_of_memory, " for want of memory"}});
   return text.empty() ? "" : "lost: " + text;
 }
 

@@ -10,7 +10,8 @@ namespace orva {
 
 // What the commands that listen to a sensor say about packets that came, got lost, or never came.
 
-/// The packets that reached this machine and got lost in it, by kind; empty where there are none.
+/// The packets that reached this machine and got lost in it, by kind, and what else memory ran out for; empty
+/// where there are none.
 std::string LossText(const DriverStatistics& statistics);
 /// The packets that are not the model's, by kind: the driver refuses them, a recording holds them.
 std::string RefusalText(const DriverStatistics& statistics);

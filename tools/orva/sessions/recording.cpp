@@ -6,6 +6,7 @@
 #include "captures/survey.h"
 #include "captures/survey_report.h"
 #include "sessions/frame_selection.h"
+#include "sessions/packet_losses.h"
 #include "shared/failure.h"
 #include "shared/interrupt.h"
 #include "shared/models.h"
@@ -54,10 +55,13 @@ std::size_t RecordingSummary::Add(int frame, const Cloud& cloud) {
   return valid;
 }
 
-void RecordingSummary::Tell(const ReplaySession& session) const {
+void RecordingSummary::Tell(ReplaySession& session) const {
   const ModelTraits& model = TraitsOf(model_);
   const std::string name = model.name;
   const std::string one = OneOf(model_);
+  if (const std::string losses = LossText(session.Statistics()); !losses.empty()) {
+    Warn(losses + ".");
+  }
   if (!model.has_points) {
     Say("The driver decodes no points of " + one +
         ": each frame is one empty cloud, and no file is written.");

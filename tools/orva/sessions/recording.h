@@ -26,7 +26,7 @@ class RecordingSummary {
   std::size_t valid() const { return valid_; }
 
   /// Says what was odd. Throws Failure where the recording gave no point although the model has some.
-  void Tell(const ReplaySession& session) const;
+  void Tell(ReplaySession& session) const;
 
  private:
   LidarType model_;
