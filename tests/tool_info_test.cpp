@@ -3,9 +3,14 @@
 // `orva info` and `orva check`, run as processes: their reports are their results.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <limits>
 #include <string>
 
 #include "sim/capture_writer.h"
@@ -178,6 +183,62 @@ TEST(ToolCheck, AcceptsWhatTheDriverAccepts) {
   EXPECT_THAT(fifth.text, HasSubstr("WRONG: 1 value is NaN"));
   EXPECT_THAT(fifth.text, HasSubstr("5 usable files, exactly 4 are needed"));
   EXPECT_EQ(Orva("check " + folder.Path() + "/none --model TS4B").exit_code, 1);
+}
+
+TEST(ToolCheck, NoCommandTakesWhatTheDriverUsesWrongly) {
+  const TempFolder folder;
+  const std::string recording = Simulate(folder, TS4B);
+  constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+  const struct {
+    const char* parent;
+    void (*change)(orva::test::CheckParam&);
+    int exit_code;
+    const char* says;
+  } cases[] = {
+      {"plain", [](auto&) {}, 0, "near_filter  fine\n"},
+      {"lightweight", [](auto&) {}, 1, "near_filter.csv counts as weight, for its folder's name"},
+      {"zero", [](auto& c) { std::memset(&c.azimuth, 0, sizeof(c.azimuth)); }, 1, "azimuth      WRONG: /"},
+      {"nan", [](auto& c) { std::memset(&c.elevation, 0xFF, sizeof(c.elevation)); }, 1,
+       "elevation    WRONG: /"},
+      {"one", [](auto& c) { c.weight[1] = kNan; }, 1, "1 value is NaN or infinite"},
+      {"filter", [](auto& c) { c.near_filter[7] = kNan; }, 1, "near_filter  WRONG: /"},
+      {"dead", [](auto& c) { c.azimuth[3] = kNan; }, 0, "azimuth.csv: 1 direction without an angle"},
+      {"unused", [](auto& c) { c.elevation[200] = kNan; }, 0, "elevation    fine\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.parent);
+    std::filesystem::create_directory(folder.Path(c.parent));
+    const TempFolder calib(folder.Path(c.parent));
+    orva::test::Random random(6);
+    const auto check = orva::test::PlausibleCalibration(random);
+    c.change(*check);
+    orva::test::WriteCalibration(calib, *check);
+    calib.Write("azimuth_note.txt", "0\n");  // too short for the driver, and of no harm
+    const Outcome verdict = Orva("check --model TS4B " + calib.Path());
+    EXPECT_EQ(verdict.exit_code, c.exit_code) << verdict.text;
+    EXPECT_THAT(verdict.text, HasSubstr(c.says));
+    EXPECT_EQ(verdict.text.find("Accepted") == 0, c.exit_code == 0) << verdict.text;
+    const std::string replay = "replay " + recording + " --model TS4B --frames 0 --calib " + calib.Path();
+    EXPECT_EQ(Orva(replay).exit_code, c.exit_code);
+    EXPECT_EQ(Orva(replay + " --uncalibrated").exit_code, 0);
+  }
+}
+
+TEST(ToolCheck, ReadsALongFileInLittleMemory) {
+  const TempFolder folder;
+  folder.Write("weight_log.csv", std::string(40'000'000, ','));
+  const pid_t tool = fork();
+  if (tool == 0) {
+    std::fclose(stdout);
+    std::fclose(stderr);
+    execl(ORVA_TOOL, "orva", "check", folder.Path().c_str(), "--model", "TS4B", nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  ASSERT_EQ(wait4(tool, &status, 0, &usage), tool);
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_LT(usage.ru_maxrss, 100'000) << "kB";
 }
 
 }  // namespace

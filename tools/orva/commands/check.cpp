@@ -18,7 +18,8 @@ namespace {
 
 constexpr const char* kCheckExamples =
     "The report goes to standard output; --verbose lists ignored files too.\n"
-    "Exit codes: 0 the driver accepts the folder, 1 it does not, 2 wrong usage.\n"
+    "Exit codes: 0 the driver accepts the folder, 1 it does not, or its points will be\n"
+    "wrong all the same, 2 wrong usage.\n"
     "Example:\n"
     "  orva check calib/ --model TS4B\n";
 
@@ -33,6 +34,7 @@ std::string Json(const CheckOptions& options, const CalibrationFiles& files) {
   object.Add("folder", options.folder)
       .Add("model", TraitsOf(options.model).name)
       .Add("accepted", files.accepted)
+      .Add("sound", files.sound)
       .Add("verdict", files.verdict)
       .Add("kinds", files.kinds)
       .Add("details", files.details)
@@ -59,6 +61,10 @@ void Check(const CheckOptions& options) {
   PrintResult(options.json ? Json(options, files) : report);
   if (!files.accepted) {
     throw Failure("the driver does not accept " + options.folder + " for " + OneOf(options.model) + ".");
+  }
+  if (!files.sound) {
+    throw Failure("the driver accepts " + options.folder + " for " + OneOf(options.model) +
+                  ", and its points will be wrong.");
   }
 }
 
