@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The orva program, run as a process on recordings and streams of the simulated sensor.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -12,8 +16,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -308,16 +314,41 @@ class LiveToolTest : public ToolTest {
 
   /// Sends the sensor's packets at about real pace until the tool ends.
   void StreamUntilEnd(LidarType model, ToolProcess& tool) {
-    const orva::test::UdpPeer peer;
     orva::sim::Sensor sensor({.model = model});
+    while (!tool.HasEnded()) Stream(sensor, 1);
+  }
+  void Stream(orva::sim::Sensor& sensor, uint32_t packets) {
     orva::sim::TimedPacket packet;
-    while (!tool.HasEnded() && sensor.Next(packet)) {
-      peer.Send(port_, packet.payload.data(), packet.payload.size());
+    while (packets-- > 0 && sensor.Next(packet)) {
+      peer_.Send(port_, packet.payload.data(), packet.payload.size());
       std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
   }
 
   const uint16_t port_ = orva::test::FreePort();
+  const orva::test::UdpPeer peer_;
+};
+
+/// A file whose disk stands still until it is told to go on.
+class StalledFile {
+ public:
+  explicit StalledFile(const std::string& path) {
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    pipe_ = {open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), POLLIN, 0};
+  }
+  ~StalledFile() { close(pipe_.fd); }
+  StalledFile(const StalledFile&) = delete;
+  StalledFile& operator=(const StalledFile&) = delete;
+
+  /// Until somebody writes it.
+  bool Wait() { return poll(&pipe_, 1, 60'000) == 1; }
+  void GoOn() {
+    char piece[65536];
+    while (Wait() && read(pipe_.fd, piece, sizeof(piece)) > 0) continue;
+  }
+
+ private:
+  pollfd pipe_;
 };
 
 TEST_F(LiveToolTest, StoresCloudsAndImuSamples) {
@@ -331,6 +362,36 @@ TEST_F(LiveToolTest, StoresCloudsAndImuSamples) {
   EXPECT_EQ(ParseBinary(Path("out/frame_0001.pcd"), "DATA binary\n").size(), 56U * 192U);
   const std::string imu = ReadFile(Path("imu.csv"));
   EXPECT_GT(std::count(imu.begin(), imu.end(), '\n'), 20);
+}
+
+TEST_F(LiveToolTest, EveryFrameIsStoredOrToldAsNotStored) {
+  fs::create_directory(Path("out"));
+  StalledFile first(Path("out/frame_0000.csv.part"));
+  StalledFile last(Path("out/frame_0001.csv.part"));
+  // The end is for the worst. Of the frames 40 may wait, so no wish for 45 is fulfilled.
+  ToolProcess tool({"live", "--model", "NV2", "--host", "127.0.0.1", "--port", Port(), "--frames", "45",
+                    "--duration", "120", "--out", Path("out"), "--format", "csv"});
+  ASSERT_TRUE(tool.WaitForError("listening"));
+  orva::sim::Sensor sensor({.model = NV2});
+  Stream(sensor, 2 * 56);
+  EXPECT_TRUE(first.Wait());
+  Stream(sensor, 60 * 56);
+  EXPECT_TRUE(orva::test::Eventually([this] { return orva::test::WaitingBytes(port_) == 0U; }));
+  first.GoOn();
+  EXPECT_TRUE(last.Wait());
+  Stream(sensor, 5 * 56);
+  last.GoOn();
+  EXPECT_EQ(tool.Wait(), 0) << tool.errors();
+  const auto number = [&tool](const std::string& before, const std::string& behind) {
+    std::smatch match;
+    return std::regex_search(tool.errors(), match, std::regex(before + "([0-9]+)" + behind))
+               ? std::stoul(match[1])
+               : 0UL;
+  };
+  const size_t missed = number("not stored: ", " frames or IMU samples");
+  EXPECT_GT(missed, 10U) << tool.errors();
+  EXPECT_EQ(Names(Path("out")).size() + missed, number("", " frames, ")) << tool.errors();
+  EXPECT_EQ(tool.errors().find("is complete"), std::string::npos) << tool.errors();
 }
 
 TEST_F(LiveToolTest, HoldsFramesBackUntilTheCalibrationIsThere) {
@@ -357,13 +418,19 @@ TEST_F(LiveToolTest, TellsOfLossesOnTheWayAndOfAnotherListener) {
   other.Signal(SIGINT);
   other.Wait();
   ASSERT_TRUE(second.WaitForError("listening"));
-  const orva::test::UdpPeer peer;
   orva::sim::Sensor sensor({.model = NV2, .frames = 4});
   orva::sim::TimedPacket packet;
   for (int i = 0; sensor.Next(packet); ++i) {
-    if (i % 56 != 30) peer.Send(port_, packet.payload.data(), packet.payload.size());
+    if (i % 56 != 30) peer_.Send(port_, packet.payload.data(), packet.payload.size());
   }
-  EXPECT_TRUE(second.WaitForError("the sensor is silent")) << second.errors();
+  {
+    const std::jthread stranger([this](const std::stop_token& stop) {
+      for (; !stop.stop_requested(); std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
+        peer_.Send(port_, "x", 1);
+      }
+    });
+    EXPECT_TRUE(second.WaitForError("the sensor is silent")) << second.errors();
+  }
   second.Signal(SIGINT);
   EXPECT_EQ(second.Wait(), 0);
   EXPECT_NE(second.errors().find("2 of 3 frames incomplete, 1.8 % of their points"), std::string::npos)

@@ -113,10 +113,11 @@ class StatusLine {
     last_ = now;
   }
 
-  /// Tells of a sensor that falls silent, and of one that is back.
-  void LookForSilence(std::uint64_t received) {
+  /// Tells of a sensor that falls silent, and of one that is back. What others send to its port is no sign of
+  /// life.
+  void LookForSilence(std::uint64_t decoded) {
     const Clock::time_point now = Clock::now();
-    if (const std::string news = silence_.Look(received, now); !news.empty()) {
+    if (const std::string news = silence_.Look(decoded, now); !news.empty()) {
       std::array<char, 32> time;
       std::snprintf(time.data(), time.size(), "%4.0f s ", Elapsed(now));
       Warn(time.data() + news);
@@ -189,11 +190,15 @@ void Conclude(const LiveOptions& options, const LiveCounts& counts, const Driver
   if (const std::string refused = RefusalText(statistics); !refused.empty()) {
     Warn("refused: " + refused + ".");
   }
+  if (counts.missed > 0) {
+    Warn("not stored: " + Counted(counts.missed, "frame or IMU sample", "frames or IMU samples") +
+         ", the disk is too slow.");
+  }
   if (!losses.empty()) {
     Warn(losses + ".");
   } else if (!frames.empty()) {
     Say("No packet was lost on this machine: what is missing did not reach it.");
-  } else if (counts.frames > 1 && silence.empty()) {
+  } else if (counts.frames > 1 && silence.empty() && counts.missed == 0) {
     Say("Every frame is complete; no packet was lost on this machine.");
   } else {
     Say("No packet was lost on this machine.");
@@ -225,9 +230,11 @@ void Live(const LiveOptions& options, LiveReports& reports) {
   int stored = 0;
   bool over = false;
   while (!over) {
-    // Looked at before the queue is taken: what has arrived by then is stored still.
     over = Interrupted() || (options.seconds > 0.0 && status.Elapsed(Clock::now()) >= options.seconds) ||
            (options.frames > 0 && FramesThatCount(options, session.Counts()) >= options.frames);
+    if (over) {
+      session.Stop();  // what has arrived by then is stored still, and nothing comes behind it
+    }
     const LiveSession::Arrivals arrivals = session.Take(std::chrono::milliseconds(over ? 0 : 50));
     for (const auto& [cloud, first_packet, last_packet, early] : arrivals.clouds) {
       if (options.frames == 0 || static_cast<std::uint64_t>(stored) < options.frames) {
@@ -246,7 +253,9 @@ void Live(const LiveOptions& options, LiveReports& reports) {
     }
     const DriverStatistics now = session.Statistics();
     files.WriteStatus(now, SecondsSinceEpoch());
-    status.LookForSilence(now.received);
+    if (!over) {
+      status.LookForSilence(now.decoded);
+    }
     status.PrintIfDue(session);
   }
   if (imu) {
@@ -257,7 +266,7 @@ void Live(const LiveOptions& options, LiveReports& reports) {
   if (files.files() > 0) {
     Say(files.Summary());
   }
-  const DriverStatistics statistics = session.Stop();
+  const DriverStatistics statistics = session.Statistics();
   status.Report(session.Counts(), statistics, true);
   Conclude(options, session.Counts(), statistics, status.Silence());
 }

@@ -48,21 +48,21 @@ std::string FrameCounts::Text() const {
   return text;
 }
 
-std::string SilenceWatch::Look(std::uint64_t received, Clock::time_point now) {
+std::string SilenceWatch::Look(std::uint64_t packets, Clock::time_point now) {
   const std::chrono::duration<double> since = now - last_;
-  if (received > received_) {
+  if (packets > packets_) {
     const bool was_silent = silent_;
-    received_ = received;
+    packets_ = packets;
     last_ = now;
     silent_ = false;
     if (was_silent) {
       total_ += since;
       return Format("the sensor sends again, after %.1f s of silence", since.count());
     }
-  } else if (received_ > 0 && !silent_ && now - last_ >= kSilent) {
+  } else if (packets_ > 0 && !silent_ && now - last_ >= kSilent) {
     silent_ = true;
     ++times_;
-    return Format("the sensor is silent: no packet for %.1f s", since.count());
+    return Format("the sensor is silent: no packet of its model for %.1f s", since.count());
   }
   return "";
 }

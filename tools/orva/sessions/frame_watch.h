@@ -41,13 +41,13 @@ class SilenceWatch {
   /// Ten frames of the slowest sensor.
   static constexpr std::chrono::seconds kSilent{1};
 
-  /// With the packets received so far, often. Returns what is to be told, or empty.
-  std::string Look(std::uint64_t received, Clock::time_point now);
+  /// With the sensor's packets so far, often. Returns what is to be told, or empty.
+  std::string Look(std::uint64_t packets, Clock::time_point now);
   /// For the summary: "silent 2 times, 5.2 s in all"; empty where it never was.
   std::string Text(Clock::time_point now) const;
 
  private:
-  std::uint64_t received_ = 0;
+  std::uint64_t packets_ = 0;
   Clock::time_point last_;  ///< when packets were last seen to come
   bool silent_ = false;
   std::uint64_t times_ = 0;

@@ -41,9 +41,8 @@ DriverStatistics LiveSession::Statistics() {
   return statistics;
 }
 
-DriverStatistics LiveSession::Stop() {
+void LiveSession::Stop() {
   driver_.Stop();
-  return Statistics();
 }
 
 LiveSession::Arrivals LiveSession::Take(std::chrono::milliseconds patience) {

@@ -58,8 +58,8 @@ class LiveSession {
   Arrivals Take(std::chrono::milliseconds patience);
   LiveCounts Counts();
   DriverStatistics Statistics();
-  /// Ends the driver, so that its counts add up, and returns them.
-  DriverStatistics Stop();
+  /// Ends the driver: nothing arrives any more, and the counts add up.
+  void Stop();
 
  private:
   void PutCloud(std::shared_ptr<Cloud> cloud);
