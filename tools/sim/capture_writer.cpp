@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "capture_writer.h"
 
+#include <fcntl.h>
 #include <pcap/pcap.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -107,7 +109,9 @@ CaptureWriter::~CaptureWriter() {
   if (part_ == path_) return;
   std::error_code ignored;
   if (options_.keep_unfinished && size_ > kFileHeader) {
-    std::filesystem::resize_file(part_, size_, ignored);  // without the record that did not fit
+    if (std::filesystem::file_size(part_, ignored) > size_) {
+      std::filesystem::resize_file(part_, size_, ignored);  // without the record that did not fit
+    }
     std::filesystem::rename(part_, path_, ignored);
   } else {
     std::filesystem::remove(part_, ignored);
@@ -143,6 +147,10 @@ bool CaptureWriter::HasFile() const {
 
 void CaptureWriter::Finish() {
   if (pcap_dump_flush(dumper_.get()) != 0) Fail(Reason(errno));
+  // Where the disk is reached over a network, or has a quota, errors may show only when the file is closed.
+  // libpcap does not tell of them, the close of a second descriptor does.
+  const int second = fcntl(fileno(pcap_dump_file(dumper_.get())), F_DUPFD_CLOEXEC, 0);
+  if (second >= 0 && close(second) != 0) Fail(Reason(errno));
   std::error_code error;
   if (part_ != path_) std::filesystem::rename(part_, path_, error);
   if (error) Fail(error.message());

@@ -15,6 +15,7 @@ void ImuFile::Write(const ImuMsg& sample) {
   file_.Write(CsvLine(sample.timestamp, sample.angular_velocity_x, sample.angular_velocity_y,
                       sample.angular_velocity_z, sample.linear_acceleration_x, sample.linear_acceleration_y,
                       sample.linear_acceleration_z));
+  file_.Keep();
 }
 
 }  // namespace orva

@@ -10,7 +10,7 @@
 namespace orva {
 
 /// IMU samples as CSV with a header line: seconds since the epoch, radians per second, metres per second
-/// squared. As with every result, the file carries its name only once Commit was called.
+/// squared. Nobody can measure again: every line reaches the system at once, and stays when the run fails.
 class ImuFile {
  public:
   ImuFile(const std::filesystem::path& path, Existing existing);

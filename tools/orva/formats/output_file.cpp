@@ -35,7 +35,11 @@ void RefuseExisting(const fs::path& path, Existing existing) {
 
 OutputFile::OutputFile(fs::path path, Existing existing) : path_(std::move(path)), part_(path_) {
   RefuseExisting(path_, existing);
-  part_ += ".part";
+  std::error_code ignored;
+  const fs::file_status target = fs::status(path_, ignored);
+  if (!fs::exists(target) || fs::is_regular_file(target)) {
+    part_ += ".part";
+  }
   file_ = std::fopen(part_.c_str(), "wb");
   if (file_ == nullptr) {
     Fail(errno);
@@ -45,30 +49,44 @@ OutputFile::OutputFile(fs::path path, Existing existing) : path_(std::move(path)
 OutputFile::~OutputFile() {
   if (file_ != nullptr) {
     std::fclose(file_);
-    std::error_code ignored;
-    fs::remove(part_, ignored);
   }
+  if (done_ || part_ == path_) {
+    return;
+  }
+  std::error_code ignored;
+  if (kept_ == 0) {
+    fs::remove(part_, ignored);
+    return;
+  }
+  if (fs::file_size(part_, ignored) > kept_) {
+    fs::resize_file(part_, kept_, ignored);  // without what did not fit
+  }
+  fs::rename(part_, path_, ignored);
 }
 
 void OutputFile::Write(const void* bytes, std::size_t size) {
   if (std::fwrite(bytes, 1, size, file_) != size) {
     Fail(errno);
   }
+  size_ += size;
 }
 
-void OutputFile::Flush() {
+void OutputFile::Keep() {
   if (std::fflush(file_) != 0) {
     Fail(errno);
   }
+  kept_ = size_;
 }
 
 void OutputFile::Commit() {
-  Flush();  // a full disk shows here at the latest, while the destructor still removes the part
-  if (std::rename(part_.c_str(), path_.c_str()) != 0) {
+  // A full disk shows here at the latest; one that is reached over a network, or has a quota, only here.
+  if (std::fclose(std::exchange(file_, nullptr)) != 0) {
     Fail(errno);
   }
-  std::fclose(file_);
-  file_ = nullptr;
+  if (part_ != path_ && std::rename(part_.c_str(), path_.c_str()) != 0) {
+    Fail(errno);
+  }
+  done_ = true;
 }
 
 void OutputFile::Fail(int error) const {

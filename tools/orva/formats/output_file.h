@@ -3,6 +3,7 @@
 #define ORVA_TOOLS_FORMATS_OUTPUT_FILE_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string_view>
@@ -19,8 +20,8 @@ void RefuseExisting(const std::filesystem::path& path, Existing existing);
 void MakeFolder(const std::filesystem::path& folder);
 
 /// A result file that appears under its name only when it is complete: it is written as NAME.part and
-/// renamed by Commit. Without Commit nothing is left. Every problem (disk full, no permission) throws
-/// Failure.
+/// renamed by Commit. Without Commit nothing is left (but see Keep). What is there and is no regular file (a
+/// pipe, a device) is written directly. Every problem (disk full, no permission) throws Failure.
 class OutputFile {
  public:
   explicit OutputFile(std::filesystem::path path, Existing existing = Existing::kReplace);
@@ -30,16 +31,20 @@ class OutputFile {
 
   void Write(const void* bytes, std::size_t size);
   void Write(std::string_view text) { Write(text.data(), text.size()); }
-  /// Hands what was written so far to the system, so that a reader can follow NAME.part.
-  void Flush();
+  /// For what cannot be made again: all that was written so far reaches the system at once, and is kept under
+  /// the file's name when writing fails or ends without Commit.
+  void Keep();
   void Commit();
 
  private:
   [[noreturn]] void Fail(int error) const;
 
   std::filesystem::path path_;
-  std::filesystem::path part_;
+  std::filesystem::path part_;  ///< what is being written; equal to path_ when direct
   std::FILE* file_ = nullptr;
+  bool done_ = false;
+  std::uintmax_t size_ = 0;
+  std::uintmax_t kept_ = 0;  ///< bytes that stay without Commit
 };
 
 }  // namespace orva
