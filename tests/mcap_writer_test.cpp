@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "support/faults.h"
 #include "support/mcap_reader.h"
 
 namespace orva {
@@ -111,6 +113,42 @@ TEST(McapWriter, WhatIsGivenUpHasWholeChunksAndNoEnd) {
   const McapReader reader(sink.bytes());
   EXPECT_FALSE(reader.complete);
   EXPECT_EQ(reader.messages, (Messages{{1, 0, 5, {}}}));
+}
+
+TEST(McapWriter, WhatFailsForWantOfMemoryIsLeftOutAndTheRestIsWhole) {
+  mcap::MemorySink sink;
+  Messages written;
+  unsigned failures = 0;
+  {
+    mcap::Writer writer(sink, {.threads = 1});
+    const auto channel = writer.AddChannel(0, "/one", "json");
+    const auto fails = [&failures](unsigned long number, const auto& call) {
+      test::FailAllocation(test::On::kThisThread, number);
+      bool failed = false;
+      try {
+        call();
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      test::FailAllocation(test::On::kThisThread, 0);
+      failures += failed;
+      return failed;
+    };
+    const std::vector<uint8_t> data(700, 'x');
+    for (uint32_t i = 0; i < 600; ++i) {  // some blocks of the queue
+      const uint64_t time = 1 + i;
+      // The first one introduces its channel, which is not done by halves.
+      if (!fails(i == 0 ? 0 : 1 + i % 3, [&] { writer.Write(channel, time, time, data); })) {
+        written.push_back({channel, static_cast<uint32_t>(written.size()), time, data});
+      }
+      if (fails(1, [&] { writer.Flush(); })) writer.Flush();
+    }
+    EXPECT_EQ(writer.Close().text, "");
+  }
+  EXPECT_GT(failures, 100U);
+  const McapReader reader(sink.bytes());
+  EXPECT_TRUE(reader.complete);
+  EXPECT_TRUE(reader.messages == written);
 }
 
 TEST(McapWriter, AFileThatCannotBeOpenedIsTold) {

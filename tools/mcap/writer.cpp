@@ -68,14 +68,20 @@ class Writer::Impl {
     }
     Introduce(channel);
     auto& records = chunk_->records;
-    chunk_->index[channel].emplace_back(log_time, records.size());
+    const std::size_t place = records.size();
+    try {
+      Record(records, Opcode::kMessage)
+          .Put(channel)
+          .Put(static_cast<std::uint32_t>(message_counts_[channel]))
+          .Put(log_time)
+          .Put(publish_time)
+          .Append(data);
+      chunk_->index[channel].emplace_back(log_time, place);
+    } catch (const std::bad_alloc&) {
+      records.resize(place);  // without half a message
+      throw;
+    }
     chunk_->span.Add({log_time, log_time});
-    Record(records, Opcode::kMessage)
-        .Put(channel)
-        .Put(static_cast<std::uint32_t>(message_counts_[channel]))
-        .Put(log_time)
-        .Put(publish_time)
-        .Append(data);
     ++message_counts_[channel];
     return records.size() >= options_.chunk_size ? Flush() : Status{};
   }
@@ -85,7 +91,6 @@ class Writer::Impl {
     if (chunk_->index.empty() || !status_.ok()) {
       return status_;
     }
-    chunk_->number = sealed_count_++;
     if (threads_.empty()) {
       lock.unlock();
       Seal(*chunk_, compressor_.get());
@@ -93,15 +98,17 @@ class Writer::Impl {
       chunk_->Clear();
       return CurrentStatus();
     }
+    // First what may run out of memory: a number without its chunk would be waited for without end.
+    if (free_.empty()) {
+      free_.push_back(std::make_unique<Chunk>());
+    }
+    chunk_->number = sealed_count_;
     sealed_.push_back(std::move(chunk_));
+    ++sealed_count_;
+    chunk_ = std::move(free_.back());
+    free_.pop_back();
     changed_.notify_all();
     changed_.wait(lock, [this] { return sealed_count_ - stored_count_ <= 2 * threads_.size(); });
-    if (free_.empty()) {
-      chunk_ = std::make_unique<Chunk>();
-    } else {
-      chunk_ = std::move(free_.back());
-      free_.pop_back();
-    }
     return status_;
   }
 
@@ -198,6 +205,7 @@ class Writer::Impl {
   // Threads.
 
   void StartThreads() {
+    free_.reserve(2 * (std::size_t{options_.threads} + 1));  // nobody could tell of a lack of memory in Work
     for (unsigned i = 0; i < options_.threads; ++i) {
       try {
         threads_.emplace_back([this] { Work(); });

@@ -10,8 +10,8 @@
 //   writer.Write(channel, log_time, publish_time, bytes);  // any number of times
 //   if (const mcap::Status status = writer.Close(); !status.ok()) ...
 //
-// A chunk reaches the sink as soon as it is complete: what was written before the power went, or the disk was
-// full, can be read without the summary that Close writes.
+// A chunk reaches the sink as soon as it is complete: what was written before the program was killed, or the
+// disk was full, can be read without the summary that Close writes.
 #pragma once
 
 #include <cstddef>
@@ -32,8 +32,8 @@ struct Options {
   std::string library = "orva";  ///< who wrote the file
   Compression compression = Compression::kZstd;  ///< kLz4 packs less at several times the speed
   int zstd_level = 1;  ///< 1 to 19. Measured points hardly get smaller by higher ones
-  /// Bytes of messages after which a chunk ends. Smaller ones lose less when power goes and are cheaper to
-  /// seek in; larger ones pack better.
+  /// Bytes of messages after which a chunk ends. Smaller ones lose less when the program is killed and are
+  /// cheaper to seek in; larger ones pack better.
   std::size_t chunk_size = std::size_t{1} << 20;
   /// Threads that compress and write; 0: all is done in Write. Memory is some 2 * (threads + 1) chunks.
   unsigned threads = DefaultThreads();
