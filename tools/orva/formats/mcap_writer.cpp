@@ -149,7 +149,7 @@ class McapStream : public CloudStream {
     latest_time_ = now;
     if (!status_time_ || std::abs(now - *status_time_) >= 1.0) {
       StoreStatus();
-      Require(writer_.Flush());  // at most a second is lost when the power goes
+      Require(writer_.Flush());  // at most a second is lost when the tool is killed
     }
   }
 
