@@ -39,7 +39,7 @@ std::string_view Escape(Colour colour) {
     case Colour::kYellow:
       return "\033[1m\033[33m";
   }
-  return "";
+  return "";  // Unreached: there is no other colour
 }
 
 }  // namespace
@@ -47,6 +47,7 @@ std::string_view Escape(Colour colour) {
 void SetConsoleSink(const ConsoleSink& sink) {
   auto* next = new Sink{sink, current_sink};
   while (!current_sink.compare_exchange_weak(next->previous, next)) {
+    // Unreached: only for two that set one at the same time
   }
 }
 

@@ -33,7 +33,7 @@ class NV2Impl : public ModelImpl<PC, NV2Model> {
  public:
   explicit NV2Impl(Decoder<PC>* owner);
 
-  /// The frame test of the grid models; nothing asks it here.
+  /// The frame test of the grid models. Unreached: nothing asks it here.
   static bool IsNewFrame(const uint16_t& line, const uint16_t& column) { return IsFrameEnd(line, column); }
 
   bool DecodeMsopPacket(const uint8_t* data, size_t len, uint16_t start);

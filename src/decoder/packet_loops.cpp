@@ -18,6 +18,7 @@ const PacketLoops& Choose() {
   if (asked != nullptr && std::string_view(asked) == "baseline") return kBaselinePacketLoops;
 #if defined(__x86_64__)
   if (__builtin_cpu_supports("avx2")) return kAvx2PacketLoops;
+    // Unreached: only by machines without AVX2, or where ORVA_ISA says so
 #endif
   return kBaselinePacketLoops;
 }

@@ -167,6 +167,7 @@ inline Words ShuffleBytes(Words value, const uint8_t (&order)[16]) {
 }
 #else
 inline constexpr bool kShufflesBytes = false;
+// Unreached: whoever would call it asks kShufflesBytes first
 inline Words ShuffleBytes(Words value, const uint8_t (&)[16]) {
   return value;
 }

@@ -77,7 +77,7 @@ bool InputPcap::Init() {
   // filter would reject everything.
   pcap_freecode(&filter_.program);
   if (pcap_compile(handle_.get(), &filter_.program, filter_text_.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0)
-    return false;
+    return false;  // Unreached: no test takes libpcap's memory
   is_pcapng_ = IsPcapng(handle_.get());
   marks_.clear();
   known_ = noted_ = ftello(pcap_file(handle_.get()));
@@ -147,7 +147,7 @@ bool InputPcap::Rewind() {
   const int copy = fcntl(fileno(pcap_file(handle_.get())), F_DUPFD_CLOEXEC, 0);
   if (copy < 0) return false;
   File file(fdopen(copy, "rb"));
-  if (!file) {
+  if (!file) {  // Unreached: no test takes the memory of the C library's own
     close(copy);
     return false;
   }

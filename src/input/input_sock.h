@@ -27,7 +27,7 @@ class InputSock : public Input {
   uint32_t Drops() const { return socket_.Drops(); }
   uint64_t ReadBuffer() const { return socket_.ReadBuffer(); }
 
-  // Settled by Init, or for a sender; part of the input's interface, though nothing here calls them.
+  // Settled by Init, or for a sender; part of the input's interface. Unreached: nothing here calls them.
   bool SetNonblock() { return socket_.SetNonblock(); }
   void SetReadBuffer() { socket_.SetReadBuffer(); }
   void SetWriteBuffer() { socket_.SetWriteBuffer(); }

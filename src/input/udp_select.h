@@ -35,9 +35,8 @@ class UDPSelect final {
   void Close() { socket_.Close(); }
   bool WaitReadEvent(const int& milliseconds) { return socket_.WaitReadEvent(milliseconds); }
   bool WaitWriteEvent(const int& milliseconds) { return socket_.WaitWriteEvent(milliseconds); }
-  int32_t Descriptor() const { return socket_.Descriptor(); }
 
-  // Settled by Init; part of the channel's interface, though nothing here calls them one by one.
+  // Settled by Init; part of the channel's interface. Unreached: nothing here calls them one by one.
   bool SetNonblock() { return socket_.SetNonblock(); }
   void SetReadBuffer() { socket_.SetReadBuffer(); }
   void SetWriteBuffer() { socket_.SetWriteBuffer(); }

@@ -24,7 +24,7 @@ class DriverManager {
   virtual bool Init(const DriverParam& param) = 0;
   virtual bool Start() = 0;
   virtual void Stop() = 0;
-  /// Replay only; the live manager keeps these answers.
+  /// Replay only; the live manager keeps these answers. Unreached: the tests ask replays alone.
   virtual bool GetLocalFileStatus(int& /*status*/) { return false; }
   virtual bool PlayLocalFileFrame(const int& /*frame*/) { return false; }
 
@@ -46,7 +46,7 @@ class DriverManager {
       const std::function<void(const uint8_t* data, size_t length, double received)>& callback) {
     application_.packet = callback;
   }
-  /// From any thread after an Init that returned true.
+  /// From any thread after an Init that returned true. Unreached: both managers override it.
   virtual bool GetStatistics(DriverStatistics& /*statistics*/) const { return false; }
 
  protected:

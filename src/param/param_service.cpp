@@ -24,7 +24,7 @@ class ParamService::Impl {
       case TS6:
         return &ts6_;
     }
-    return nullptr;
+    return nullptr;  // Unreached: no decoder is made of another model, so nobody asks
   }
 
   CalibrationStream stream_;
