@@ -279,8 +279,8 @@ const CallFault kRunFaults[] = {
     {"fseeko", {EBADF, EINVAL, ENXIO, EOVERFLOW, ESPIPE}, "replay", ""},
 };
 
-/// Failed calls in a while of at least 150 ms, for each millisecond of it. A loop that pauses makes some 15,
-/// one that spins some hundreds.
+/// Failed calls in a while of at least 150 ms, for each millisecond of it. A loop that pauses makes some 13,
+/// one that spins hundreds, and above 100 beside ten that want the same core.
 double FailedCallsPerMillisecond() {
   using Milliseconds = std::chrono::duration<double, std::milli>;
   const auto begin = std::chrono::steady_clock::now();
@@ -314,7 +314,7 @@ TEST_P(FaultTest, RunsOnWhenACallFailsForAWhile) {
         UdpPeer().Send(param_.input_param.msop_port, "x", 1);
         player.Statistics();
         EXPECT_TRUE(Eventually([&] { return errors.Text().size() >= lines.size(); }));
-        EXPECT_LT(FailedCallsPerMillisecond(), 100) << "spins";
+        EXPECT_LT(FailedCallsPerMillisecond(), 50) << "spins";
       }
       EXPECT_TRUE(Eventually([] { return FailedCalls() > 0; }));
       EXPECT_EQ(errors.Text(), lines);
