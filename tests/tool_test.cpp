@@ -308,6 +308,53 @@ TEST_F(ToolTest, RenderDrawsPicturesFromRecordingsAndClouds) {
   }
 }
 
+TEST_F(ToolTest, RenderTakesOfACloudWhatItHoldsNotWhatItSays) {
+  const std::string four = "FIELDS x y z intensity\nSIZE 4 4 4 4\nTYPE F F F F\nCOUNT 1 1 1 1\n";
+  const std::string end = "DATA binary\n", one = four + "POINTS 1\n" + end, point(16, '\0');
+  std::string large = "FIELDS x y z intensity", sizes = "\nSIZE 4 4 4 4", types = "\nTYPE F F F F",
+              counts = "\nCOUNT 1 1 1 1";
+  for (int i = 0; i < 1000; ++i) {
+    large += " f";
+    sizes += " 8";
+    types += " F";
+    counts += " 10000";
+  }
+  const struct {
+    std::string bytes;
+    int exit_code;
+    std::string reason;
+    uintmax_t size = 0;  // 0: as written
+  } cases[] = {
+      {one + point, 0, "bare"},
+      {std::string(65'000, '#') + '\n' + one + point, 0, "bare"},
+      {std::string(65'536, '#') + '\n' + one + point, 1, "its header has more than 65536 bytes"},
+      {large + sizes + types + counts + "\nPOINTS 0\n" + end, 1,
+       "its points have more than 65536 bytes each"},
+      {four + "COUNT 1 1 1 65537\nPOINTS 1\n" + end, 1, "field 4 of its points has an impossible size"},
+      {four + "POINTS 18446744073709551615\n" + end + point, 1, "before its 18446744073709551615 points do"},
+      {one + point.substr(1), 1, "it ends before its 1 points do"},
+      {four + "POINTS 16777217\n" + end, 1, "it holds more than 16777216 points", uintmax_t{300} << 20},
+      {four + "POINTS -1\n" + end + point, 1, "no numbers where numbers belong"},
+      {four + "POINTS 1\n", 1, "no uncompressed binary PCD file"},
+      {four + "FIELDS x y z\nPOINTS 1\n" + end + point, 1, "no uncompressed binary PCD file"},
+      {"FIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nCOUNT 1 1 1\nPOINTS 1\n" + end + point, 1,
+       "no field 'intensity'"},
+      {one + "\xFF\xFF\x7F\x7F" + point.substr(4), 0, "bare"},  // 3.4e38 m away
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    std::ofstream(Path("cloud.pcd"), std::ios::binary) << c.bytes;
+    if (c.size != 0) fs::resize_file(Path("cloud.pcd"), c.size);
+    ToolProcess tool({"render", Path("cloud.pcd"), "--out", Path("pictures"), "--force"});
+    EXPECT_EQ(tool.Wait(), c.exit_code) << tool.errors();
+    EXPECT_NE(tool.errors().find(c.reason), std::string::npos) << tool.errors();
+  }
+  fs::create_symlink("/dev/null", Path("device.pcd"));
+  ToolProcess tool({"render", Path("device.pcd")});
+  EXPECT_EQ(tool.Wait(), 1);
+  EXPECT_NE(tool.errors().find("it is no regular file"), std::string::npos) << tool.errors();
+}
+
 class LiveToolTest : public ToolTest {
  protected:
   std::string Port() const { return std::to_string(port_); }
