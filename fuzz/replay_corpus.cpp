@@ -25,6 +25,7 @@ constexpr Target kTargets[] = {
     {"command_channel", orva::fuzz::CommandChannel},
     {"config", orva::fuzz::Config},
     {"pcapng", orva::fuzz::Pcapng},
+    {"pcd", orva::fuzz::Pcd},
 #ifdef ORVA_FUZZ_MCAP
     {"mcap_writer", orva::fuzz::McapWriter},
 #endif

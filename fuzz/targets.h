@@ -43,6 +43,9 @@ void McapWriter(const uint8_t* data, size_t size);
 /// nanoseconds, and the bytes.
 void Fragments(const uint8_t* data, size_t size);
 
+/// A PCD file.
+void Pcd(const uint8_t* data, size_t size);
+
 /// Byte 0: recording or live sensor, page or desktop viewer. Then what a browser sends, a line for a message.
 void ViewMessages(const uint8_t* data, size_t size);
 
