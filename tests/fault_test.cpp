@@ -2,7 +2,9 @@
 //
 // What the driver does when the system fails it: no memory, calls that fail, a clock that jumps.
 #include <cstring>
+#include <new>
 
+#include "captures/packet_batch.h"
 #include "sim/calibration_server.h"
 #include "support/calibrations.h"
 #include "support/console_capture.h"
@@ -376,6 +378,26 @@ TEST_P(FaultTest, OutlivesJumpsOfTheClock) {
   }
   player.driver.Stop();
   ShiftClock(0);
+}
+
+TEST(PacketBatch, IsAsBeforeWhereMemoryRunsOut) {
+  PacketBatch batch;
+  const uint8_t data[100]{};
+  size_t bytes = 0, packets = 0, failures = 0;
+  for (unsigned long i = 0; i < 300; ++i) {
+    FailAllocation(On::kThisThread, 1 + i % 2);
+    try {
+      batch.Add(data, i % 100, 0);
+      bytes += i % 100;
+      ++packets;
+    } catch (const std::bad_alloc&) {
+      ++failures;
+    }
+    FailAllocation(On::kThisThread, 0);
+    ASSERT_EQ(batch.bytes.size(), bytes);
+    ASSERT_EQ(batch.packets.size(), packets);
+  }
+  EXPECT_GT(failures, 5U);
 }
 
 }  // namespace

@@ -14,12 +14,14 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "captures/packet_batch.h"
 #include "captures/record_files.h"
 #include "commands/commands.h"
 #include "formats/frame_export.h"
@@ -64,19 +66,6 @@ struct RecordOptions {
   Existing existing = Existing::kKeep;
 };
 
-/// Packets one behind the other, in memory that is used again.
-struct Batch {
-  struct Packet {
-    std::size_t length;
-    std::int64_t time_ns;
-  };
-  std::vector<std::uint8_t> bytes;
-  std::vector<Packet> packets;
-
-  /// Of memory: a flood of datagrams of one byte fills it too.
-  std::size_t Size() const { return bytes.size() + packets.size() * sizeof(Packet); }
-};
-
 /// A tap on a running driver: hands out the packets as they come, undecoded. Its callback only copies, so
 /// that a slow disk never holds up the driver.
 class Tap {
@@ -97,9 +86,8 @@ class Tap {
   }
 
   /// Exchanges `batch` for what has arrived. Waits until that is worth a write, at most for `patience`.
-  void Take(Batch& batch, std::chrono::milliseconds patience) {
-    batch.bytes.clear();
-    batch.packets.clear();
+  void Take(PacketBatch& batch, std::chrono::milliseconds patience) {
+    batch.Clear();
     std::unique_lock lock(mutex_);
     enough_.wait_for(lock, patience, [this] { return arrived_.Size() >= kEnough; });
     std::swap(batch, arrived_);
@@ -127,9 +115,13 @@ class Tap {
       ++missed_;
       return;
     }
-    arrived_.bytes.insert(arrived_.bytes.end(), data, data + length);
-    // A double of today's time tells quarter microseconds apart; the file holds whole ones.
-    arrived_.packets.push_back({length, std::llround(received * 1e6) * 1000});
+    try {
+      // A double of today's time tells quarter microseconds apart; the file holds whole ones.
+      arrived_.Add(data, length, std::llround(received * 1e6) * 1000);
+    } catch (const std::bad_alloc&) {
+      ++missed_;
+      return;
+    }
     if (before < kEnough && arrived_.Size() >= kEnough) {
       enough_.notify_one();
     }
@@ -137,7 +129,7 @@ class Tap {
 
   std::mutex mutex_;
   std::condition_variable enough_;
-  Batch arrived_;
+  PacketBatch arrived_;
   std::uint64_t missed_ = 0;
   OrvaDriver<Cloud> driver_;  ///< last, so that its threads end before what they use goes
 };
@@ -145,7 +137,8 @@ class Tap {
 std::string Losses(const DriverStatistics& statistics, std::uint64_t missed) {
   std::string text = LossText(statistics);
   if (missed > 0) {
-    text += (text.empty() ? "" : "; ") + std::to_string(missed) + " not stored, the disk is too slow";
+    text += (text.empty() ? "" : "; ") + std::to_string(missed) +
+            " not stored, the disk is too slow or memory too scarce";
   }
   return text;
 }
@@ -193,7 +186,7 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
     packets_before = files.packets();
     bytes_before = files.payload_bytes();
   };
-  Batch batch;
+  PacketBatch batch;
   sim::TimedPacket packet;
   while (!over) {
     over = Interrupted() || (options.seconds > 0.0 && elapsed() >= options.seconds);
@@ -202,7 +195,7 @@ void WriteAll(const RecordOptions& options, Tap& tap, RecordFiles& files) {
     }
     tap.Take(batch, std::chrono::milliseconds(over ? 0 : 20));
     const std::uint8_t* data = batch.bytes.data();
-    for (const Batch::Packet& next : batch.packets) {
+    for (const PacketBatch::Packet& next : batch.packets) {
       packet.payload.assign(data, data + next.length);
       packet.time_ns = next.time_ns;
       data += next.length;
