@@ -29,7 +29,7 @@ struct Subject {
 
 /// Why there may be nothing to see, or not what was meant. `code` is for the page, `text` for the person.
 struct Condition {
-  std::string code = "ok";  ///< ok, no-packets, wrong-model, uncalibrated, downloading, no-points
+  std::string code = "ok";  ///< or no-packets, wrong-model, uncalibrated, downloading, no-points, no-frame
   std::string text;
 };
 

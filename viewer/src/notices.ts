@@ -25,6 +25,7 @@ const titles: Record<string, string> = {
   uncalibrated: "Uncalibrated",
   downloading: "Calibration is being downloaded",
   "no-points": "No points",
+  "no-frame": "No such frame",
 };
 
 export function noticeFor(situation: Situation): Notice | null {
@@ -39,7 +40,7 @@ export function noticeFor(situation: Situation): Notice | null {
   }
   const condition = status?.condition;
   if (condition && condition.code !== "ok") {
-    const gentle = condition.code === "uncalibrated" || condition.code === "downloading";
+    const gentle = ["uncalibrated", "downloading", "no-frame"].includes(condition.code);
     const title = titles[condition.code] ?? "Attention";
     return { kind: gentle ? "warning" : "error", title, text: condition.text, blocking: !gentle };
   }

@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "feeds/conditions.h"
 #include "sessions/calibration_files.h"
 #include "sessions/recording.h"
+#include "shared/failure.h"
 #include "shared/models.h"
 #include "view/page_frame.h"
 
@@ -110,10 +112,24 @@ void RecordingFeed::Work() {
   std::unique_lock lock(mutex_);
   while (const auto number = WaitForWish(lock)) {
     lock.unlock();
-    const view::FramePtr frame = Fetch(*number);
+    view::FramePtr frame;
+    std::string trouble;
+    try {
+      frame = Fetch(*number);
+    } catch (const Failure&) {
+      trouble = "The recording was cut or replaced since it was opened; frame " + std::to_string(*number) +
+                " is not there any more. Start orva view anew to see what is.";
+    } catch (const std::bad_alloc&) {
+      trouble = "There is no memory for a further frame. Close some programs.";
+    }
     lock.lock();
-    if (frame == nullptr) {
+    if (frame == nullptr && trouble.empty()) {
       return;  // interrupted
+    }
+    if (!trouble.empty()) {
+      std::erase_if(wishes_, [&number](const auto& entry) { return entry.second.frame == *number; });
+      status_.condition = {"no-frame", std::move(trouble)};
+      ++status_.version;
     }
     for (auto& [client, wish] : wishes_) {
       if (wish.frame == *number && wish.due <= view::Clock::now()) {

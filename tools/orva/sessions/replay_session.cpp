@@ -230,6 +230,8 @@ void ReplaySession::FailWhereRecordingChanged() {
   const std::uint64_t packets = s.plays + s.decoded + s.refused_length + s.refused_identifier;
   if (packets != std::exchange(packets_, packets)) stood_since_ = now;
   if (now - stood_since_ < kStandstill || StateOf(param_.input_param.pcap_path) == state_) return;
+  int frames = 0;
+  driver_.GetLocalFileStatus(frames);  // ends the play, so that another frame can be asked for
   throw Failure(param_.input_param.pcap_path +
                 " was cut or replaced while it was replayed. What was written so far is complete.");
 }
