@@ -2,6 +2,7 @@
 #include "feeds/show.h"
 
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,13 +22,16 @@
 namespace orva {
 namespace {
 
-void OpenInBrowser(std::string address) {
+/// The process that opens it; 0: none.
+pid_t OpenInBrowser(std::string address) {
   std::string program = "xdg-open";
   char* const arguments[] = {program.data(), address.data(), nullptr};
   pid_t child = 0;
   if (posix_spawnp(&child, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
     Warn("xdg-open is not there to open a browser; open the address yourself.");
+    return 0;
   }
+  return child;
 }
 
 /// What other machines can type where the page is served on every address.
@@ -80,11 +84,12 @@ void Show(const DriverParam& param, const ShowOptions& options) {
   std::string address = "http://" + NameOf(options.address) + ":" + std::to_string(server->port()) + "/";
   address += token.empty() ? "" : "?token=" + token;
   Say("the page is at " + address + "  (Ctrl-C ends)");
-  if (options.open) {
-    OpenInBrowser(address);
-  }
+  pid_t opening = options.open ? OpenInBrowser(address) : 0;
   while (!Interrupted()) {
-    server->Serve();
+    server->Serve();  // for a second at most
+    if (opening != 0 && waitpid(opening, nullptr, WNOHANG) != 0) {
+      opening = 0;
+    }
   }
   feed->Close();
 }
