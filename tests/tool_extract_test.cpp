@@ -6,6 +6,7 @@
 #include <pcap/pcap.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -205,7 +206,7 @@ TEST_F(Extract, CutsFramesWhereTheModelEndsThem) {
   } cases[] = {{TS4B, "TS4B", 0, 768, 2303},  // a frame end closes its packet
                {TS4B, "TS4B", 7, 767, 2303},  // or stands inside one, which two frames share
                {TS6, "TS6", 0, 384, 1151},
-               {NV2, "NV2", 0, 56, 167}};
+               {NV2, "NV2", 0, 57, 168}};  // the next frame's first line ends a frame
   for (const auto& sensor : cases) {
     orva::sim::Sensor source({.model = sensor.model, .frames = 4, .grid_phase = sensor.phase});
     std::vector<Packet> all;
@@ -224,7 +225,42 @@ TEST_F(Extract, CutsFramesWhereTheModelEndsThem) {
     EXPECT_EQ(Read("out"), std::vector<Packet>(begin + static_cast<long>(sensor.first),
                                                begin + static_cast<long>(sensor.last) + 1))
         << sensor.name << " " << sensor.phase;
+    // Points of the extract's frames, and of these frames of the whole. A TS6's first points bear the time of
+    // the packet before, which the extract lacks.
+    const std::string replay = std::string(" --format csv --force --model ") + sensor.name;
+    const std::string fields = sensor.model == TS6 ? "1-5" : "1-6";
+    ASSERT_EQ(Run("rm -rf whole part; % replay in --frames 1-2 --out whole" + replay +
+                  " && % replay out --out part" + replay),
+              0)
+        << text_;
+    for (const char* files :
+         {"whole/frame_0001*.csv part/frame_0000*.csv", "whole/frame_0002*.csv part/frame_0001*.csv"}) {
+      EXPECT_EQ(Run(std::string("for f in ") + files + "; do cut -d, -f " + fields +
+                    " $f | md5sum; done | uniq | wc -l"),
+                0);
+      EXPECT_EQ(text_, "1\n") << sensor.name << " " << sensor.phase << " " << files;
+    }
   }
+}
+
+TEST_F(Extract, CountsTheFramesOfEachPortWhereTheSendersAreHidden) {
+  std::vector<Packet> wanted;
+  for (const uint16_t port : {uint16_t{6699}, uint16_t{6700}}) {
+    orva::sim::CaptureOptions options{.nanoseconds = true, .source = {}, .source_port = 0};
+    options.destination_port = port;
+    orva::sim::CaptureWriter file(Path(std::to_string(port)), options);
+    orva::sim::Sensor sensor({.model = NV2, .seed = port, .frames = 3});
+    orva::sim::TimedPacket packet;
+    for (size_t i = 0; sensor.Next(packet); ++i) {
+      packet.time_ns += port;
+      if (port == 6699 || i >= 20) file.Write(packet);  // the other one begins in the midst of a frame
+      if (i > 56 && i <= 112) wanted.push_back({packet.payload, packet.time_ns});
+    }
+    file.Finish();
+  }
+  std::sort(wanted.begin(), wanted.end(), [](const auto& a, const auto& b) { return a.time_ns < b.time_ns; });
+  ASSERT_EQ(Run("% extract 6699 6700 out --frames 1 --model NV2"), 0) << text_;
+  EXPECT_EQ(Read("out"), wanted);
 }
 
 TEST_F(Extract, RefusesWithoutATrace) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 #include "shared/failure.h"
@@ -85,9 +86,15 @@ class Filter {
 
  private:
   Fate JudgeFrame(const Datagram& datagram) {
-    const auto found = counters_.try_emplace(datagram.endpoints.source, *selection_.model).first;
+    // A recording may hide the senders' addresses. A sender's port is left out: it may change when a sensor
+    // starts anew, and a replay counts on.
+    const sim::Endpoints& ends = datagram.endpoints;
+    const auto found =
+        counters_.try_emplace({ends.source, ends.destination, ends.destination_port}, *selection_.model)
+            .first;
     if (counters_.size() > kMostSources) {
-      throw Failure("packets come from more than 64 addresses. Choose with --port or --source.");
+      throw Failure(
+          "packets come from more than 64 addresses, or go to as many. Choose with --port or --source.");
     }
     const auto frames = found->second.Add(datagram.packet.payload);
     if (!frames) return Fate::kOtherModel;
@@ -97,7 +104,8 @@ class Filter {
 
   const Selection& selection_;
   const int64_t start_ns_;
-  std::map<Ipv4Address, FrameCounter> counters_;
+  using Way = std::tuple<Ipv4Address, Ipv4Address, uint16_t>;  ///< from, to, to the port
+  std::map<Way, FrameCounter> counters_;
 };
 
 struct FateText {

@@ -72,9 +72,11 @@ std::optional<FramesOfPacket> FrameCounter::Add(std::span<const uint8_t> packet)
   }
   if (!IsOf(Nv2::kConst, packet)) return std::nullopt;
   const auto line = static_cast<uint8_t>(Nv2::Line::Read(packet.data()));
+  const uint64_t frame = frame_;
+  // The packet whose line falls ends the frame before, and belongs to it whole.
   if (line_ && line < *line_) ++frame_;
   line_ = line;
-  return FramesOfPacket{frame_, frame_};
+  return FramesOfPacket{frame, frame};
 }
 
 }  // namespace orva

@@ -16,7 +16,8 @@ struct FramesOfPacket {
   uint64_t last = 0;
 };
 
-/// Counts the frames of one sensor's packets in order, as the driver's index of a recording does.
+/// Counts the frames of one sensor's packets in order, as the driver's index of a recording does. The packets
+/// of frames in a row are, alone, a recording that replays to the same points.
 class FrameCounter {
  public:
   /// Throws WrongUsage for a model whose packets mark no frame ends.

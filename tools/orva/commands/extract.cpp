@@ -23,7 +23,7 @@ constexpr const char* kExtractExamples =
     "IN is a pcap or pcapng file, also compressed by gzip or zstd; - is standard\n"
     "input. Several are merged by time. OUT is a pcap file that the driver reads: VLAN\n"
     "tags are stripped and IP fragments put together, payloads and times stay.\n"
-    "Frames are counted from 0, for each sender from its first packet.\n"
+    "Frames are counted from 0, for each sender and port from the first packet.\n"
     "Examples:\n"
     "  orva extract vlan.pcapng.gz plain.pcap\n"
     "  orva extract drive.pcap turn.pcap --port 6699 --from 60 --to 75.5\n"
