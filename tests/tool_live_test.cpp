@@ -50,7 +50,7 @@ class LiveToolTest : public testing::Test {
   }
 
   const uint16_t port_ = orva::test::FreePort();
-  const orva::test::UdpPeer peer_;
+  orva::test::UdpPeer peer_;
   const orva::test::TempFolder folder_;
 };
 
