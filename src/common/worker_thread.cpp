@@ -24,7 +24,6 @@ bool WorkerThread::Start(std::function<void()> body) {
     failures_.Failed(error.code().value());
     return false;
   } catch (const std::bad_alloc&) {
-    // Unreached: where the tests take an application's memory, they start threads one time in eight
     running_ = false;
     return false;
   }
