@@ -242,14 +242,17 @@ async function showsALiveSensor() {
   watcher.socket.terminate();
   await until(() => page.evaluate(() => document.querySelectorAll("#plot-turn canvas").length === 1), "the IMU plots");
   console.log(`the page draws ${await said("rate")} frames/s of a live sensor, ${await said("dropped")} left out`);
-  await until(async () => Number(await said("rate")) >= 10, "half of 20 frames/s, drawn by the software renderer");
+  await until(async () => Number(await said("rate")) >= 5, "a quarter of 20 frames/s, drawn by the software renderer");
   await page.keyboard.press(" ");
   expect((await page.locator("#place").textContent()).startsWith("Frozen"), "the picture can be frozen");
   const [at, left] = [Number(await said("frame")), Number(await said("dropped"))];
-  await page.waitForTimeout(4000); // 80 frames that nobody wants
+  await page.waitForTimeout(8000); // 160 frames that nobody wants
   await page.keyboard.press(" ");
-  await until(async () => Number(await said("frame")) > at + 130, "going on");
-  expect(Number(await said("dropped")) < left + 40, "frames that were not wanted are not told as left out");
+  await until(async () => Number(await said("frame")) > at + 120, "going on");
+  const again = Number(await said("frame")); // from here on a slow renderer leaves frames out that are wanted
+  await until(async () => Number(await said("frame")) > again + 25, "a second more, that the count is told in");
+  const [wanted, told] = [Number(await said("frame")) - again, Number(await said("dropped")) - left];
+  expect(told < wanted + 60, `frames that were not wanted are not told as left out: ${told}, ${wanted} of them wanted`);
   await sensor.end();
   await until(() => page.evaluate(() => document.getElementById("notice").textContent.includes("No packets")), "silence being told");
   expect(faults.length === 0, `the console is empty: ${faults}`);
