@@ -117,8 +117,9 @@ void BindRecords(py::module_& module) {
                   ORVA_COUNT(index_records) ORVA_COUNT(index_not_for_us) ORVA_COUNT(index_refused_length)
                       ORVA_COUNT(index_refused_identifier) ORVA_COUNT(receive_buffer_bytes)
                           ORVA_COUNT(calibration_bytes) ORVA_COUNT(calibration)
+                              ORVA_COUNT(calibration_sections) ORVA_COUNT(out_of_memory)
 #undef ORVA_COUNT
-                              ;
+                                  ;
   py::class_<DecoderParam>(module, "DecoderParam")
       .def(py::init<>())
       .def_readwrite("min_distance", &DecoderParam::min_distance)

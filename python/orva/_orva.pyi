@@ -37,6 +37,8 @@ class Statistics:
     receive_buffer_bytes: int
     calibration_bytes: int
     calibration: Calibration
+    calibration_sections: int
+    out_of_memory: int
 
 class DecoderParam:
     min_distance: float

@@ -42,6 +42,8 @@ class Statistics:
     receive_buffer_bytes: int  #: live: receive buffer that the kernel grants the socket
     calibration_bytes: int  #: live: bytes of calibration that the sensor has sent
     calibration: str  #: "none", "folder", "downloading" or "sensor"
+    calibration_sections: int  #: live: sections of the calibration that the download filled, of 4; fewer are used too
+    out_of_memory: int  #: times that memory ran out on a thread of the driver: a packet, frame or sample was dropped
 
 
 def statistics_of(native: _orva.Statistics) -> Statistics:

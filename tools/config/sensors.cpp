@@ -163,19 +163,19 @@ struct End {
   }
 };
 
-std::vector<End> EndsOf(const Sensor& sensor) {
-  const InputParam& data = sensor.param.input_param;
-  const CalibrationParam& command = sensor.param.calibration_param;
+std::vector<End> EndsOf(const DriverParam& param) {
+  const InputParam& data = param.input_param;
+  const CalibrationParam& command = param.calibration_param;
   std::vector<End> ends = {{"port", data.host_ip, data.msop_port}};
-  if (sensor.param.calib_from_lidar) {
+  if (param.calib_from_lidar) {
     ends.push_back({"command_local_port", command.local_ip, static_cast<uint16_t>(command.local_port)});
   }
   return ends;
 }
 
 void RefuseMeetingEnds(const fs::path& file, const Sensor& sensor, const Sensor& other) {
-  for (const End& a : EndsOf(other)) {
-    for (const End& b : EndsOf(sensor)) {
+  for (const End& a : EndsOf(other.param)) {
+    for (const End& b : EndsOf(sensor.param)) {
       if (!a.Meets(b)) continue;
       const bool both_data = a.key == "port" && b.key == "port";
       const std::string keys =
@@ -218,9 +218,7 @@ Sensor ReadSensor(const fs::path& file, std::string_view name, const toml::table
   if (section.contains("sensor") && section.contains("calib")) {
     refuse(section, "gets its calibration from 'calib' or from 'sensor', not from both");
   }
-  if (const auto ends = EndsOf(sensor); ends.size() > 1 && ends[0].Meets(ends[1])) {
-    refuse(section, "needs a 'command_local_port' other than its 'port'");
-  }
+  if (SharesItsPort(sensor.param)) refuse(section, "needs a 'command_local_port' other than its 'port'");
   return sensor;
 }
 
@@ -245,6 +243,11 @@ toml::table Parse(const fs::path& path) {
 }
 
 }  // namespace
+
+bool SharesItsPort(const DriverParam& param) {
+  const std::vector<End> ends = EndsOf(param);
+  return ends.size() > 1 && ends[0].Meets(ends[1]);
+}
 
 std::vector<Sensor> ReadSensors(const fs::path& path) {
   const toml::table file = Parse(path);

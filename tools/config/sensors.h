@@ -27,6 +27,10 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Whether data and the replies to commands would arrive at one port of one address: both sockets can be
+/// opened, and one then gets what was sent to the other.
+bool SharesItsPort(const DriverParam& param);
+
 /// Reads the sections [sensor.NAME] of a TOML file, in the order of their names. Relative paths in it are
 /// relative to its folder. Throws Error for what it does not know, for a section without model or port, and
 /// for two sensors that would share a port of one address, be it for data or for the replies to commands.

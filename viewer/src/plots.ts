@@ -105,7 +105,7 @@ export class Plots {
       find("plot-losses"),
       [
         { label: "kernel", colour: "--series-1" },
-        { label: "queue", colour: "--series-2" },
+        { label: "queue or memory", colour: "--series-2" },
         { label: "refused", colour: "--series-3" },
         { label: "left out", colour: "--series-4" },
       ],
@@ -131,7 +131,7 @@ export class Plots {
     const old = before.lost;
     this.losses.add(status.seconds, [
       lost.kernel - old.kernel,
-      lost.queue - old.queue,
+      lost.queue + lost.memory - old.queue - old.memory,
       lost.length + lost.identifier - old.length - old.identifier,
       status.dropped + status.missed - before.dropped - before.missed,
     ]);

@@ -20,7 +20,7 @@ export interface Status {
   packetRate: number;
   frameRate: number;
   imuRate: number;
-  lost: { kernel: number; queue: number; length: number; identifier: number; notForUs: number };
+  lost: { kernel: number; queue: number; length: number; identifier: number; notForUs: number; memory: number };
   calibration: string;
   condition: { code: string; text: string };
   sent: number;

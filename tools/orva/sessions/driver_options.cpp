@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "config/sensors.h"
 #include "shared/driver_log.h"
+#include "shared/failure.h"
 #include "shared/models.h"
 #include "shared/numbers.h"
 
@@ -116,6 +118,10 @@ CLI::Option* AddSensorOptions(CLI::App& command, DriverParam& param) {
   AddNumber(command, "--command-local-port", calibration.local_port, 0, 65535,
             "Local port for commands; 0: any")
       ->needs(sensor);
+  command.parse_complete_callback([&param] {
+    if (config::SharesItsPort(param))
+      throw WrongUsage("--command-local-port needs another port than --port.");
+  });
   return sensor;
 }
 
