@@ -34,6 +34,7 @@ int Poll(int socket, Event event, int milliseconds) {
   pollfd entry{socket, static_cast<short>(event == Event::kRead ? POLLIN : POLLOUT), 0};
   const int ready = milliseconds < 0 ? 0 : poll(&entry, 1, milliseconds);
   if (ready < 1 || (entry.revents & POLLNVAL) == 0) return ready;
+  // Unreached: only where an application closes a descriptor that is not its own, above 1023 at that
   errno = EBADF;
   return -1;
 }
