@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -57,9 +59,17 @@ class UdpPeer {
   sim::UdpEndpoint endpoint_{kLoopback, 0};
 };
 
-/// A port that was free a moment ago.
+/// A port that was free a moment ago, each time another. Where it is left to the kernel, a socket that shares
+/// its address, as those of the driver do, now and then gets the port of another, and either takes what was
+/// sent to both.
 inline uint16_t FreePort() {
-  return UdpPeer().Port();
+  static std::mutex mutex;
+  static std::set<uint16_t> given;
+  const std::lock_guard lock(mutex);
+  for (;;) {
+    const uint16_t port = UdpPeer().Port();
+    if (given.insert(port).second) return port;
+  }
 }
 
 /// Bytes that wait in the UDP socket bound to `port`; nothing where there is none.

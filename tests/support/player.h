@@ -101,7 +101,7 @@ inline DriverParam LiveParam(LidarType model, uint16_t port = FreePort()) {
   return param;
 }
 
-inline CalibrationParam CommandParam(uint16_t sensor_port, uint16_t local_port = 0) {
+inline CalibrationParam CommandParam(uint16_t sensor_port, uint16_t local_port = FreePort()) {
   CalibrationParam param;
   param.local_ip = param.lidar_ip = kLoopback;
   param.local_port = local_port;
