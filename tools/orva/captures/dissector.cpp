@@ -5,21 +5,13 @@
 #include <span>
 #include <utility>
 
+#include "captures/ip_headers.h"
 #include "input/link_header.h"
 
 namespace orva {
 namespace {
 
-constexpr uint16_t kIpv4 = 0x0800;
-constexpr uint16_t kIpv6 = 0x86DD;
-constexpr uint8_t kUdp = 17;
-constexpr size_t kIpHeader = 20;
-constexpr size_t kUdpHeader = 8;
 constexpr size_t kTag = 4;  ///< bytes of a VLAN tag: its own word, and the type of what follows
-
-bool IsVlan(uint16_t ether_type) {
-  return ether_type == 0x8100 || ether_type == 0x88A8 || ether_type == 0x9100;
-}
 
 uint16_t Word(std::span<const uint8_t> bytes, size_t at) {
   return static_cast<uint16_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -94,15 +86,15 @@ std::optional<Datagram> Dissector::TakeIp(const Record& record, size_t at, bool 
     tally.Add(fate);
     return std::nullopt;
   };
-  if (ip.size() < kIpHeader) return refuse(too_short);
+  if (ip.size() < kIpv4Header) return refuse(too_short);
   if (ip[9] != kUdp) return refuse(Fate::kOtherProtocol);
   const size_t header = static_cast<size_t>(ip[0] & 0x0F) * 4;
   // A network card that splits long packets itself is handed them with a length of 0.
   const size_t total = Word(ip, 2) == 0 ? sent : Word(ip, 2);
-  if (header < kIpHeader || total < header || total > sent) return refuse(Fate::kMalformed);
+  if (header < kIpv4Header || total < header || total > sent) return refuse(Fate::kMalformed);
   if (total > ip.size()) return refuse(Fate::kCut);
 
-  const FragmentKey key = {Address(ip, 12), Address(ip, 16), Word(ip, 4)};
+  const FragmentKey key = {Address(ip, kIpv4Source), Address(ip, kIpv4Destination), Word(ip, 4)};
   const std::span<const uint8_t> content = ip.subspan(header, total - header);
   const uint16_t fragment = Word(ip, 6);
   const bool more = (fragment & 0x2000) != 0;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "captures/capture_check.h"
+#include "captures/ip_headers.h"
 #include "decoder/decoder_nv2.h"
 #include "decoder/decoder_ts4a.h"
 #include "decoder/decoder_ts4b.h"
@@ -41,26 +42,17 @@ constexpr uint64_t kRecordsPerStep = 4096;  ///< of the progress
 constexpr size_t kReadAhead = 65'536;  ///< the C library's own 4 KB are a system call for every three packets
 /// The driver's packet buffers hold no more.
 constexpr size_t kLongestPayload = 1546;
-constexpr size_t kUdpHeader = 8;
-constexpr size_t kIpv4Source = 12;  ///< bytes into the header
 
 constexpr size_t kGrid = 192 * 128;  ///< measurements of a TS4A, TS4B or TS6 in a frame
 constexpr uint64_t kLines = 56;      ///< packets of an NV2 in a frame
 
-constexpr uint16_t kIpv4 = 0x0800;
-constexpr uint16_t kIpv6 = 0x86DD;
-constexpr uint8_t kUdp = 17;
 constexpr uint8_t kIpv6Fragment = 44;
 
-bool IsVlan(uint16_t ether_type) {
-  return ether_type == 0x8100 || ether_type == 0x88A8 || ether_type == 0x9100;
-}
-
 /// A record's payload, or why there is none for the driver.
-struct Datagram {
+struct Payload {
   std::optional<Skip> skip;
   Sender sender{};
-  const uint8_t* payload = nullptr;
+  const uint8_t* data = nullptr;
   size_t length = 0;
 };
 
@@ -68,12 +60,12 @@ struct Datagram {
 std::optional<Skip> CheckIp(const uint8_t* ip, size_t captured, bool ethernet) {
   switch (captured == 0 ? 0 : ip[0] >> 4) {
     case 4:
-      if (captured < 20) return Skip::kMalformed;
+      if (captured < kIpv4Header) return Skip::kMalformed;
       if (((ip[6] & 0x3F) | ip[7]) != 0) return Skip::kFragment;
       if (ip[9] != kUdp) return Skip::kOtherProtocol;
       return std::nullopt;
     case 6:
-      if (captured < 40) return Skip::kMalformed;
+      if (captured < kIpv6Header) return Skip::kMalformed;
       if (ip[6] == kIpv6Fragment) return Skip::kFragment;
       if (ip[6] != kUdp) return Skip::kOtherProtocol;
       // The driver takes 42 bytes of headers for granted there.
@@ -84,7 +76,7 @@ std::optional<Skip> CheckIp(const uint8_t* ip, size_t captured, bool ethernet) {
   }
 }
 
-Datagram Dissect(int link_type, const pcap_pkthdr& header, const uint8_t* record) {
+Payload FindPayload(int link_type, const pcap_pkthdr& header, const uint8_t* record) {
   const size_t captured = std::min(header.caplen, header.len);
   const size_t link = *tevoro::lidar::LinkHeaderLength(link_type);
   if (const auto type = tevoro::lidar::EtherType(link_type, record, captured)) {
@@ -106,7 +98,7 @@ Datagram Dissect(int link_type, const pcap_pkthdr& header, const uint8_t* record
   Sender sender = {.port = static_cast<uint16_t>(udp[2] << 8 | udp[3])};
   const uint8_t* ip = record + link;
   if (ip[0] >> 4 == 4) std::copy_n(ip + kIpv4Source, sender.address.size(), sender.address.begin());
-  return {.skip = {}, .sender = sender, .payload = record + *offset, .length = length};
+  return {.skip = {}, .sender = sender, .data = record + *offset, .length = length};
 }
 
 /// Do the blocks carry codes of the grid, nearly all of them different? Idle bytes repeat themselves.
@@ -152,12 +144,12 @@ void LookForFrames(Stream& stream, const uint8_t* packet, size_t length, int64_t
   }
 }
 
-void AddDatagram(Survey& survey, const Datagram& datagram, int64_t time) {
+void AddPayload(Survey& survey, const Payload& payload, int64_t time) {
   const auto& id = kTs4b.MSOP_ID;  // every model's
   const bool is_sensors =
-      datagram.length >= sizeof(id) && std::equal(std::begin(id), std::end(id), datagram.payload);
-  const bool is_packet = is_sensors && IsModelLength(datagram.length);
-  const StreamKind kind = {datagram.sender.port, datagram.length, is_sensors};
+      payload.length >= sizeof(id) && std::equal(std::begin(id), std::end(id), payload.data);
+  const bool is_packet = is_sensors && IsModelLength(payload.length);
+  const StreamKind kind = {payload.sender.port, payload.length, is_sensors};
   auto found = survey.streams.find(kind);
   if (found == survey.streams.end()) {
     if (survey.streams.size() >= (is_packet ? 2 * kMostStreams : kMostStreams)) {
@@ -165,14 +157,14 @@ void AddDatagram(Survey& survey, const Datagram& datagram, int64_t time) {
       return;
     }
     found = survey.streams.emplace(kind, Stream{}).first;
-    std::copy_n(datagram.payload, std::min<size_t>(datagram.length, 8), found->second.first_bytes.begin());
+    std::copy_n(payload.data, std::min<size_t>(payload.length, 8), found->second.first_bytes.begin());
   }
   Stream& stream = found->second;
   stream.packets.Add(time);
-  if (is_packet && (survey.senders.size() < kMostStreams || survey.senders.contains(datagram.sender))) {
-    ++survey.senders[datagram.sender];
+  if (is_packet && (survey.senders.size() < kMostStreams || survey.senders.contains(payload.sender))) {
+    ++survey.senders[payload.sender];
   }
-  if (is_packet) LookForFrames(stream, datagram.payload, datagram.length, time);
+  if (is_packet) LookForFrames(stream, payload.data, payload.length, time);
 }
 
 /// A pcapng may name any 64-bit time.
@@ -258,11 +250,11 @@ Survey SurveyCapture(const std::string& path, const SurveyProgress& progress) {
       throw Failure("interrupted while reading the recording; nothing was written.");
     }
     if (!survey.supported) continue;
-    const Datagram datagram = Dissect(survey.link_type, *header, record);
-    if (datagram.skip) {
-      ++survey.skipped[static_cast<size_t>(*datagram.skip)];
+    const Payload payload = FindPayload(survey.link_type, *header, record);
+    if (payload.skip) {
+      ++survey.skipped[static_cast<size_t>(*payload.skip)];
     } else {
-      AddDatagram(survey, datagram, time);
+      AddPayload(survey, payload, time);
     }
   }
   if (result != PCAP_ERROR_BREAK) survey.damage = pcap_geterr(capture.get());
