@@ -54,8 +54,9 @@ class RecordingFile {
   std::string path_;
 };
 
-/// The file's bytes, a buffer at a time, at which nobody looks.
-inline size_t ReadOnly(const std::string& path) {
+/// Reads the whole file, a buffer at a time, and looks at nothing: what any reader of it takes at least. The
+/// bytes; 0 where it cannot be opened.
+inline size_t SkimFile(const std::string& path) {
   std::vector<char> buffer(256 * 1024);
   const int file = open(path.c_str(), O_RDONLY);
   size_t bytes = 0;
